@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# Installs the Debian packages flashwright needs to build and test; only what is missing.
+set -euo pipefail
+packages=(
+  cmake ninja-build g++ gcc pkg-config make
+  libsysfs-dev            # sysfs walking in libvxhmx
+  libfuse3-dev fuse3      # vxemu serves /sys through FUSE
+  libseccomp-dev          # vxemu intercepts driver requests
+  nlohmann-json3-dev      # vxemu host descriptions
+  libgtest-dev libgmock-dev libbenchmark-dev
+  util-linux              # unshare, setpriv for the tests
+  strace
+)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if ((${#missing[@]})); then
+  echo "setup: installing ${missing[*]}"
+  sudo=""; [ "$(id -u)" -eq 0 ] || sudo=sudo
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}"
+fi

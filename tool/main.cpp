@@ -1,0 +1,2 @@
+// SPDX-License-Identifier: MIT
+int flashwright_main(int, char **) { return 0; }
