@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+// The library's adapter table, its process-wide state and the driver
+// transport routines shared by the public calls.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+inline constexpr int kMaxAdapters = 32;
+inline constexpr const char *kDriverName = "vxa2xxx";
+
+// features bits of an adapter record.
+inline constexpr uint32_t VXF_IOCTL = 0x1;         // answered the driver-specifics query
+inline constexpr uint32_t VXF_NEW_LAYOUT = 0x2;    // takes the 116-byte request header
+inline constexpr uint32_t VXF_FCX12X = 0x4;        // FCX12x generation chip
+inline constexpr uint32_t VXF_NEW_CFG_STORE = 0x8; // driver keeps failover configuration
+inline constexpr uint32_t VXF_AEN = 0x10;          // event delivery registered
+inline constexpr uint32_t VXF_SYSFS = 0x20;        // served by the sysfs transport
+inline constexpr uint32_t VXF_DRV_FLAG4 = 0x40;    // driver-wide, record 0 only
+inline constexpr uint32_t VXF_DRV_FLAG8 = 0x100;   // driver-wide, record 0 only
+inline constexpr uint32_t VXF_NL_MGMT = 0x200;     // record 0: driver netlink socket open
+inline constexpr uint32_t VXF_NL_SCSI_FC = 0x400;  // record 0: SCSI transport socket open
+
+struct vxapi_priv_db_t {
+    char phys_path[80];
+    char model[16];
+    int oshandle;
+    uint32_t apihandle;
+    uint32_t open_cnt;
+    uint16_t drvr_inst;
+    uint16_t host_no;
+    uint32_t drvr_attr;
+    uint8_t wwnn[8];
+    uint8_t wwpn[8];
+    uint8_t port_id[4];
+    uint32_t port_cnt;
+    uint32_t features;
+    uint16_t vendor_id;
+    uint16_t device_id;
+    uint16_t ssvendor_id;
+    uint16_t ssdevice_id;
+    char serial_num[32];
+};
+
+extern vxapi_priv_db_t api_priv_data[kMaxAdapters];
+extern int OS_Type;  // 1 = ESX host, 2 = any other
+inline constexpr int kOsTypeEsx = 1;
+inline constexpr int kOsTypeOther = 2;
+
+// Adapter table.
+void vxapi_clear_record(int idx);
+void vxapi_clear_table();
+bool vxapi_table_empty();
+int vxapi_get_hba_count();
+uint32_t vxapi_create_apihandle(int idx);
+int vxapi_get_hbainst_from_apihandle(uint32_t handle);
+int check_handle(uint32_t handle, uint16_t *index);
+int vxapi_get_api_inst_by_handle(uint32_t handle, uint16_t *index);
+void vxapi_get_api_inst_by_drvr_inst(uint16_t drvr_inst, int *idx, const char *drvname);
+int vxapi_get_drvr_inst_by_api_inst(int idx, uint16_t *drvr_inst);
+uint16_t vxapi_get_host_no_by_handle(uint32_t handle);
+
+// Load sequence and node discovery.
+int vxapi_load_lib();
+void vxapi_unload_lib();
+int vxapi_charnode_exist(char *path, std::size_t path_size, const char *drvname);
+int vxapi_find_all_instances_n(const char *drvname, int *index);
+int vxapi_find_all_instances_o(const char *drvname, int *index);
+int vxapi_open_device_n(uint16_t drvr_inst, int api_idx, int *fd, const char *path, uint16_t *host_no,
+                        uint32_t *instance_count);
+int vxapi_open_device_o(uint16_t drvr_inst, int api_idx, int *fd, const char *path, uint16_t *host_no,
+                        uint32_t *instance_count);
+int vxapi_open_adapter(int api_idx, uint32_t *handle, int *os_error);
+int vxapi_close_adapter(int api_idx, int *os_error);
+int vxapi_check_esx();
+int vxapi_check_linux_version();
+int vxapi_check_vxioctlmod();
+void vxapi_load_vxioctlmod();
+
+// Serial numbers and driver versions.
+void vxapi_compute_serial(const uint8_t wwnn[8], uint8_t mask, char *out, std::size_t out_size);
+struct DriverVersion {
+    uint8_t major, minor, patch, beta;
+};
+bool vxapi_driver_new_enough(const DriverVersion &v);
+bool vxapi_driver_new_cfg_store(const DriverVersion &v);
+int vxapi_hba_support_new_cfg_store(uint32_t handle, int api_idx);
+
+// Debug-friendly name of a record's index for traces.
+inline bool vxapi_valid_index(int idx) { return idx >= 0 && idx < kMaxAdapters; }
