@@ -1,18 +1,64 @@
 // SPDX-License-Identifier: MIT
-// The adapter table, handles and the library load sequence.
+// The adapter table, handles, driver node discovery and the load sequence.
 #include "vx_core.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
+#include <string_view>
 
+#include "vx_chipdata.h"
 #include "vx_database.h"
 #include "vx_hmdbg.h"
+#include "vx_ioctl.h"
+#include "vx_netlink.h"
+#include "vx_os.h"
+#include "vx_sysfs.h"
 
 vxapi_priv_db_t api_priv_data[kMaxAdapters];
 int OS_Type = kOsTypeOther;
+
+namespace {
+
+constexpr uint32_t kMaxProbedInstances = 2048;
+constexpr const char *kEsxNode = "/dev/char/vmkdriver/vxa2xxx";
+
+void copy_text(char *dst, std::size_t dst_size, std::string_view src) {
+    if (dst_size == 0) return;
+    const std::size_t n = src.size() < dst_size - 1 ? src.size() : dst_size - 1;
+    std::memcpy(dst, src.data(), n);
+    dst[n] = '\0';
+}
+
+bool text_contains(const std::string &hay, std::string_view needle) { return hay.find(needle) != std::string::npos; }
+
+// Leading decimal number of a /proc/devices line ("254 vxa2xxx").
+int leading_number(const char *line) {
+    while (*line == ' ' || *line == '\t') ++line;
+    return static_cast<int>(std::strtol(line, nullptr, 10));
+}
+
+bool node_matches(const char *path, unsigned major_no, unsigned minor_no) {
+    struct stat st {};
+    // Never follow a link planted at the node's name; only a character
+    // device with the expected number is kept.
+    if (::lstat(path, &st) != 0 || !S_ISCHR(st.st_mode)) return false;
+    vxos::Fd fd(vxos::open(path, O_RDWR | O_NOFOLLOW));
+    if (!fd.ok()) return false;
+    if (vxos::fstat(fd.get(), &st) != 0) return false;
+    return S_ISCHR(st.st_mode) && ::major(st.st_rdev) == major_no && ::minor(st.st_rdev) == minor_no;
+}
+
+}  // namespace
+
+// ---- adapter table ------------------------------------------------------------
 
 void vxapi_clear_record(int idx) {
     if (!vxapi_valid_index(idx)) return;
@@ -49,7 +95,7 @@ int check_handle(uint32_t handle, uint16_t *index) {
     if (handle == 0) return 1;
     uint16_t idx = 0;
     if (vxapi_get_api_inst_by_handle(handle, &idx) != 0) return 1;
-    if (vxapi_db_instance_of_handle(handle) != idx) return 1;
+    if (vxapi_get_hbainst_from_apihandle(handle) != idx) return 1;
     if ((api_priv_data[idx].features & (VXF_IOCTL | VXF_SYSFS)) == 0) return 1;
     if (index != nullptr) *index = idx;
     return 0;
@@ -58,9 +104,10 @@ int check_handle(uint32_t handle, uint16_t *index) {
 void vxapi_get_api_inst_by_drvr_inst(uint16_t drvr_inst, int *idx, const char *drvname) {
     if (idx == nullptr) return;
     *idx = -1;
+    if (drvname == nullptr) return;
     for (int i = 0; i < kMaxAdapters; ++i) {
         // The last match wins.
-        if (api_priv_data[i].drvr_inst == drvr_inst && drvname != nullptr &&
+        if (api_priv_data[i].drvr_inst == drvr_inst &&
             std::strncmp(api_priv_data[i].model, drvname, sizeof api_priv_data[i].model) == 0)
             *idx = i;
     }
@@ -78,19 +125,437 @@ uint16_t vxapi_get_host_no_by_handle(uint32_t handle) {
     return api_priv_data[idx].host_no;
 }
 
+// ---- serial numbers and driver versions ------------------------------------
+
+void vxapi_compute_serial(const uint8_t wwnn[8], uint8_t mask, char *out, std::size_t out_size) {
+    const uint32_t value = wwnn[5] | (static_cast<uint32_t>(wwnn[4] & mask) << 16) | (static_cast<uint32_t>(wwnn[6]) << 8);
+    std::snprintf(out, out_size, "%c%05u", static_cast<char>('A' + value / 100000), value % 100000);
+}
+
+bool vxapi_driver_new_enough(const DriverVersion &v) {
+    if (v.major >= 9) return true;
+    if (v.major == 8) return v.minor > 1 || (v.minor == 1 && v.patch >= 7);
+    if (v.major == 7) return v.minor > 7 || (v.minor == 7 && v.patch >= 6);
+    return false;
+}
+
+bool vxapi_driver_new_cfg_store(const DriverVersion &v) {
+    if (v.major != 6) return v.major > 6;
+    if (v.minor != 6) return v.minor > 6;
+    if (v.patch > 0) return true;
+    // 6.6.0 betas 1 to 8 still keep the older configuration file.
+    return v.beta == 0 || v.beta > 8;
+}
+
+namespace vxhmx {
+
+// Serial number from a VPD image: the "SN" keyword of the read-only section.
+bool vpd_serial_number(std::span<const uint8_t> vpd, char *out, std::size_t out_size) {
+    const ByteReader r(vpd);
+    std::size_t off = 0;
+    while (off < vpd.size()) {
+        const auto tag = r.u8(off);
+        if (!tag) return false;
+        if (*tag == 0x78 || *tag == 0x79) return false;  // end tag
+        if ((*tag & 0x80) == 0) {                         // small resource
+            off += 1 + (*tag & 0x07);
+            continue;
+        }
+        const auto len = r.le16(off + 1);
+        if (!len) return false;
+        const std::size_t body = off + 3;
+        if (*tag == 0x90) {  // read-only keywords
+            std::size_t k = body;
+            while (k + 3 <= body + *len && k + 3 <= vpd.size()) {
+                const uint8_t klen = vpd[k + 2];
+                if (vpd[k] == 'S' && vpd[k + 1] == 'N') {
+                    if (k + 3 + klen > vpd.size()) return false;
+                    std::string_view text(reinterpret_cast<const char *>(&vpd[k + 3]), klen);
+                    while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.remove_suffix(1);
+                    if (text.empty()) return false;
+                    copy_text(out, out_size, text);
+                    return true;
+                }
+                k += 3 + klen;
+            }
+        }
+        off = body + *len;
+    }
+    return false;
+}
+
+}  // namespace vxhmx
+
+static int vxapi_get_vpd_serialnum(int fd, int idx, char *out, std::size_t out_size) {
+    uint8_t vpd[512] = {};
+    uint32_t status = 0;
+    if (vxapi_get_vpd(fd, idx, vpd, sizeof vpd, &status) != 0 || !vxapi_status_usable(status)) return 1;
+    return vxhmx::vpd_serial_number(vpd, out, out_size) ? 0 : 1;
+}
+
+// ---- node discovery ------------------------------------------------------------
+
+int vxapi_charnode_exist(char *path, std::size_t path_size, const char *drvname) {
+    unsigned major_no = 0, minor_no = 0;
+    char sys_path[160];
+    std::snprintf(sys_path, sizeof sys_path, "/sys/class/%s/%s/dev", drvname, drvname);
+    vxos::Fd sys(vxos::open(sys_path, O_RDONLY));
+    if (sys.ok()) {
+        char text[81] = {};
+        const ssize_t n = vxos::read(sys.get(), text, 80);
+        if (n <= 0 || std::sscanf(text, "%u:%u", &major_no, &minor_no) != 2) {
+            VXDBG(VXDBG_ERR, "vxapi_charnode_exist: bad device number in sysfs for ");
+            return 0;
+        }
+    } else {
+        FILE *devices = std::fopen("/proc/devices", "re");
+        if (devices != nullptr) {
+            char line[100];
+            bool found = false;
+            while (std::fgets(line, sizeof line, devices) != nullptr) {
+                if (std::strstr(line, drvname) != nullptr) {
+                    major_no = static_cast<unsigned>(leading_number(line));  // the last line wins
+                    found = true;
+                }
+            }
+            std::fclose(devices);
+            if (!found) {
+                VXDBG(VXDBG_ERR, (std::string("vxapi_charnode_exist: entry not found in /proc/devices for") + drvname).c_str());
+                return 0;
+            }
+            minor_no = 0;
+        } else {
+            char esx_path[128];
+            std::snprintf(esx_path, sizeof esx_path, "/dev/char/vmkdriver/%s", drvname);
+            vxos::Fd esx(vxos::open(esx_path, O_RDONLY));
+            if (esx.ok() && OS_Type == kOsTypeEsx) {
+                copy_text(path, path_size, kEsxNode);
+                return 1;
+            }
+            VXDBG(VXDBG_ERR, (std::string("vxapi_charnode_exist: visor char file not found for ") + drvname).c_str());
+            return 0;
+        }
+    }
+    if (node_matches(path, major_no, minor_no)) return 1;
+
+    // A missing or stale node is replaced, never reused.
+    vxos::unlink(path);
+    const dev_t dev = ::makedev(major_no, minor_no);
+    if (dev == 0) return 0;
+    if (vxos::mknod(path, S_IFCHR | 0600, dev) != 0) return 0;
+    vxos::Fd proof(vxos::open(path, O_RDWR | O_NOFOLLOW));
+    return proof.ok() ? 1 : 0;
+}
+
+namespace {
+
+int open_device(bool current, uint16_t drvr_inst, int api_idx, int *fd, const char *path, uint16_t *host_no,
+                uint32_t *instance_count) {
+    *fd = -1;
+    *host_no = 0;
+    if (current)
+        api_priv_data[api_idx].features |= VXF_NEW_LAYOUT;
+    else
+        api_priv_data[api_idx].features &= ~VXF_NEW_LAYOUT;
+    vxos::Fd node(vxos::open(path, O_RDWR | O_NOFOLLOW));
+    if (!node.ok()) return 0;  // a skipped instance, not an error
+
+    uint32_t status = 0, count = 0;
+    if (vxapi_get_instance_count(node.get(), api_idx, &status, &count) != 0 || status != 0) return 1;
+    *instance_count = count;
+    if (count <= drvr_inst) return 1;  // no more adapters
+
+    uint16_t host = 0;
+    if (vxapi_set_instance(node.get(), drvr_inst, api_idx, &status, &host) != 0) return 1;
+    if (status != 0) return 0;  // will not bind: skip it
+    *host_no = host;
+    *fd = node.release();
+    return 0;
+}
+
+void record_driver_version(int fd, int idx) {
+    EXT_LN_DRIVER_DATA data{};
+    uint32_t status = 0;
+    if (vxapi_get_driver_specifics(fd, idx, &data, &status) == 0 && status == 0) {
+        api_priv_data[idx].features |= VXF_IOCTL;
+    } else {
+        api_priv_data[idx].features &= ~VXF_IOCTL;
+        return;
+    }
+    if (!vxapi_driver_new_enough({data.Major, data.Minor, data.Patch, data.Beta})) return;
+    // Driver-wide capabilities live in record 0 whichever port answered.
+    uint32_t &features = api_priv_data[0].features;
+    features = (data.Flags & kDrvFlagLargeLun) ? (features | VXF_DRV_FLAG4) : (features & ~VXF_DRV_FLAG4);
+    features = (data.Flags & kDrvFlag8) ? (features | VXF_DRV_FLAG8) : (features & ~VXF_DRV_FLAG8);
+}
+
+void record_identity(int fd, int idx) {
+    vxapi_priv_db_t &rec = api_priv_data[idx];
+    EXT_HBA_NODE node{};
+    uint32_t status = 0;
+    const bool node_ok = vxapi_query_hbanode(fd, idx, &node, &status) == 0 && vxapi_status_usable(status);
+    if (node_ok) {
+        rec.drvr_attr = node.DriverAttr;
+        std::memcpy(rec.wwnn, node.WWNN, sizeof rec.wwnn);
+        rec.port_cnt = node.PortCount;
+    } else {
+        rec.drvr_attr = 0;
+    }
+    EXT_HBA_PORT port{};
+    if (vxapi_query_hbaport(fd, idx, &port, &status) == 0 && vxapi_status_usable(status)) {
+        std::memcpy(rec.wwpn, port.WWPN, sizeof rec.wwpn);
+        std::memcpy(rec.port_id, port.Id, sizeof rec.port_id);
+    }
+    EXT_CHIP chip{};
+    if (vxapi_query_chip(fd, idx, &chip, &status) != 0 || !vxapi_status_usable(status)) return;
+    rec.vendor_id = chip.VendorId;
+    rec.device_id = chip.DeviceId;
+    rec.ssvendor_id = chip.SubVendorId;
+    rec.ssdevice_id = chip.SubSystemId;
+
+    const vxhmx::ChipData *data = vxhmx::find_chip_by_device_id(chip.DeviceId);
+    if (data != nullptr && data->vpd_serial) {
+        if (vxapi_get_vpd_serialnum(fd, idx, rec.serial_num, sizeof rec.serial_num) != 0)
+            vxapi_compute_serial(rec.wwnn, 0x3F, rec.serial_num, sizeof rec.serial_num);
+    } else if (node_ok && vxhmx::serial_from_node_record(chip.SubVendorId, chip.SubSystemId)) {
+        copy_text(rec.serial_num, sizeof rec.serial_num,
+                  std::string_view(reinterpret_cast<const char *>(node.Reserved),
+                                   strnlen(reinterpret_cast<const char *>(node.Reserved), sizeof node.Reserved)));
+    } else {
+        vxapi_compute_serial(rec.wwnn, 0x1F, rec.serial_num, sizeof rec.serial_num);
+    }
+    if (data != nullptr && data->fcx12x) rec.features |= VXF_FCX12X;
+}
+
+int find_all_instances(bool current, const char *drvname, int *index) {
+    const char *who = current ? "vxapi_find_all_instances_n" : "vxapi_find_all_instances_o";
+    char path[80];
+    std::snprintf(path, sizeof path, "/dev/%s", drvname);
+    if (vxapi_charnode_exist(path, sizeof path, drvname) == 0) {
+        VXDBG(VXDBG_ERR | VXDBG_TRACE, (std::string(who) + ": not found: " + path).c_str());
+        return 0;
+    }
+    uint32_t instance_count = kMaxProbedInstances;
+    int result = 0;
+    int found = 0;
+    for (uint32_t inst = 0; *index < kMaxAdapters && inst < instance_count && inst <= 0xFFFF; ++inst) {
+        const int idx = *index;
+        int fd = -1;
+        uint16_t host_no = 0;
+        result = open_device(current, static_cast<uint16_t>(inst), idx, &fd, path, &host_no, &instance_count);
+        if (result != 0 || fd < 0) {
+            if (static_cast<uint32_t>(idx) == instance_count) break;
+            vxapi_clear_record(idx);
+            continue;  // the same record is tried with the next instance
+        }
+        vxapi_priv_db_t &rec = api_priv_data[idx];
+        copy_text(rec.phys_path, sizeof rec.phys_path, path);
+        copy_text(rec.model, sizeof rec.model, drvname);
+        rec.drvr_inst = static_cast<uint16_t>(inst);
+        rec.host_no = host_no;
+        rec.oshandle = -1;
+        record_driver_version(fd, idx);
+        record_identity(fd, idx);
+        vxos::close(fd);  // a caller's open reopens the node
+        ++*index;
+        ++found;
+    }
+    VXDBG_NUM(VXDBG_TRACE, (std::string(who) + ": found ").c_str(), found, 10);
+    return found > 0 ? 0 : result;
+}
+
+}  // namespace
+
+int vxapi_open_device_n(uint16_t drvr_inst, int api_idx, int *fd, const char *path, uint16_t *host_no,
+                        uint32_t *instance_count) {
+    if (!vxapi_valid_index(api_idx) || fd == nullptr || path == nullptr || host_no == nullptr ||
+        instance_count == nullptr)
+        return 1;
+    return open_device(true, drvr_inst, api_idx, fd, path, host_no, instance_count);
+}
+
+int vxapi_open_device_o(uint16_t drvr_inst, int api_idx, int *fd, const char *path, uint16_t *host_no,
+                        uint32_t *instance_count) {
+    if (!vxapi_valid_index(api_idx) || fd == nullptr || path == nullptr || host_no == nullptr ||
+        instance_count == nullptr)
+        return 1;
+    return open_device(false, drvr_inst, api_idx, fd, path, host_no, instance_count);
+}
+
+int vxapi_find_all_instances_n(const char *drvname, int *index) {
+    if (drvname == nullptr || index == nullptr) return 1;
+    return find_all_instances(true, drvname, index);
+}
+
+int vxapi_find_all_instances_o(const char *drvname, int *index) {
+    if (drvname == nullptr || index == nullptr) return 1;
+    return find_all_instances(false, drvname, index);
+}
+
+// ---- helper module and host checks ------------------------------------------------
+
+int vxapi_check_esx() {
+    char ostype[256] = {};
+    vxos::Fd fd(vxos::open("/proc/sys/kernel/ostype", O_RDONLY));
+    if (fd.ok()) {
+        const ssize_t n = vxos::read(fd.get(), ostype, sizeof ostype - 1);
+        if (n > 0 && ostype[n - 1] == '\n') ostype[n - 1] = '\0';
+    }
+    OS_Type = std::strcmp(ostype, "VMkernel") == 0 ? kOsTypeEsx : kOsTypeOther;
+    return OS_Type;
+}
+
+int vxapi_check_linux_version() {
+    return text_contains(vxos::run_shell("uname -r 2> /dev/null | cut -d - -f 1"), "2.6.9") ? 0 : 1;
+}
+
+int vxapi_check_vxioctlmod() {
+    if (!text_contains(vxos::run_shell("modinfo vxioctlmod 2> /dev/null | grep -o vxioctlmod"), "vxioctlmod")) {
+        VXDBG(VXDBG_ERR, "vxapi_check_vxioctlmod: No vxioctlmod for OS version");
+        return 1;
+    }
+    const std::string vermagic = vxos::run_shell("modinfo vxioctlmod 2> /dev/null | grep vermagic | cut -d E -f 1 ");
+    const std::string release = vxos::run_shell("uname -r 2> /dev/null | cut -d E -f 1");
+    if (!text_contains(vermagic, release)) {
+        VXDBG(VXDBG_ERR, "vxapi_check_vxioctlmod: OS Version is not Matched with vxioctlmod");
+        return 1;
+    }
+    if (!text_contains(vxos::run_shell("lsmod 2> /dev/null | grep -o ^vxa2xxx"), "vxa2xxx")) {
+        VXDBG(VXDBG_ERR, "vxapi_check_vxioctlmod: vxa2xxx module is not loaded.");
+        return 1;
+    }
+    const std::string version = vxos::run_shell(
+        "cat /proc/scsi/vxa2xxx/* 2> /dev/null | grep -m 1 Driver | cut -d , -f 2 | cut -d - -f 2");
+    if (!text_contains(version, "d")) {
+        VXDBG(VXDBG_ERR, "vxapi_check_vxioctlmod: Inbox driver is not loaded.");
+        return 1;
+    }
+    if (text_contains(version, "debug")) {
+        VXDBG(VXDBG_ERR, "vxapi_check_vxioctlmod: Loaded driver is standard debug.");
+        return 1;
+    }
+    VXDBG(VXDBG_TRACE, "vxapi_check_vxioctlmod: Inbox driver is loaded.");
+    return 0;
+}
+
+void vxapi_load_vxioctlmod() {
+    if (vxapi_check_linux_version() != 0) return;
+    const std::string lsmod = vxos::run_shell("lsmod 2> /dev/null | grep vxioctlmod");
+    // Only the last line read counts (lines of up to 128 bytes).
+    std::string last;
+    std::size_t start = 0;
+    while (start < lsmod.size()) {
+        std::size_t end = lsmod.find('\n', start);
+        if (end == std::string::npos) end = lsmod.size();
+        last = lsmod.substr(start, std::min<std::size_t>(end - start, 127));
+        start = end + 1;
+    }
+    if (text_contains(last, "vxioctlmod")) {
+        VXDBG(VXDBG_TRACE, "vxapi_load_vxioctlmod: vxioctlmod is already loaded");
+        return;
+    }
+    if (vxapi_check_vxioctlmod() == 0) vxos::run_shell_status("modprobe vxioctlmod");
+}
+
+// ---- load and unload ----------------------------------------------------------------
+
 int vxapi_load_lib() {
     if (::geteuid() != 0) {
         std::fputs("libvxhmx: ERROR - libvxhmx must be loaded with root privileges.\n", stderr);
         return 1;
     }
-    if (vxapi_table_empty()) vxapi_clear_table();
+    if (vxapi_table_empty()) {
+        vxapi_clear_table();
+        vxapi_check_esx();
+        if (OS_Type != kOsTypeEsx) vxapi_load_vxioctlmod();
+    }
+    int count = vxapi_get_hba_count();
+    int rc = vxapi_find_all_instances_n(kDriverName, &count);
+    const bool ioctl_found = count > 0;
+    if (!ioctl_found && rc == 0) {
+        // Older drivers only speak the older request layout.
+        rc = vxapi_find_all_instances_o("vxa2x00", &count);
+        if (rc == 0 && OS_Type != kOsTypeEsx) rc = vxapi_find_all_instances_o("vxa110", &count);
+        if (rc == 0 && OS_Type != kOsTypeEsx) rc = vxapi_find_all_instances_o("vxa120", &count);
+    }
+    if (count < kMaxAdapters) api_priv_data[count].features &= ~VXF_SYSFS;
+    vxsysfs_init();
+    if (count == 0) vxsysfs_supported_driver_exist(kDriverName, &count);
+    if (rc != 0) return rc;
+
+    if (!vxapi_table_empty()) {
+        int fd = -1;
+        if (vxapi_open_database(&fd) != 0) {
+            if (errno != ENOSYS) return 1;
+            api_use_database = 0;  // no System V semaphores: run without the file
+        } else {
+            api_use_database = 1;
+        }
+    }
+    if (api_priv_data[0].features & VXF_SYSFS) vxapi_open_netlink_socket();
     return 0;
 }
 
 void vxapi_unload_lib() {
     if (api_use_database) vxapi_close_database(api_shm_fildes);
+    api_use_database = 0;
+    vxapi_close_netlink_socket();
+    for (auto &rec : api_priv_data)
+        if (rec.oshandle >= 0) vxos::close(rec.oshandle);
     vxapi_clear_table();
 }
 
-int vxapi_open_adapter(int, uint32_t *, int *) { return 1; }
-int vxapi_close_adapter(int, int *) { return 0; }
+// ---- caller opens and closes -----------------------------------------------------------
+
+int vxapi_open_adapter(int api_idx, uint32_t *handle, int *os_error) {
+    if (!vxapi_valid_index(api_idx) || handle == nullptr) return 1;
+    if (!api_use_database) return 2;
+    DbLock lock;
+    const int entry = vxapi_db_find_entry(api_idx);
+    if (entry < 0) return 1;
+    vxapi_priv_db_t &rec = api_priv_data[api_idx];
+    if (!(rec.features & VXF_SYSFS) && rec.open_cnt == 0) {
+        const int fd = vxos::open(rec.phys_path, O_RDWR | O_NOFOLLOW);
+        if (fd < 0) {
+            if (os_error != nullptr) *os_error = errno;
+            return 1;
+        }
+        rec.oshandle = fd;
+    }
+    rec.apihandle = vxapi_create_apihandle(api_idx);
+    ++rec.open_cnt;
+    vxapi_db_set_open_count(entry, static_cast<uint8_t>(vxapi_db_open_count(entry) + 1));
+    *handle = rec.apihandle;
+    if (vxapi_raw_flash_chip(api_idx)) vxapi_set_global_option_rom_layout(rec.oshandle, api_idx);
+    return 0;
+}
+
+int vxapi_close_adapter(int api_idx, int *os_error) {
+    if (!vxapi_valid_index(api_idx)) return 1;
+    DbLock lock;
+    vxapi_priv_db_t &rec = api_priv_data[api_idx];
+    const int entry = vxapi_db_find_entry(api_idx);
+    if (entry >= 0) {
+        const uint8_t count = vxapi_db_open_count(entry);
+        const uint8_t left = count > 0 ? static_cast<uint8_t>(count - 1) : 0;
+        vxapi_db_set_open_count(entry, left);
+        if (left == 0 && (rec.features & VXF_AEN)) {
+            // Nobody on the host has the adapter open: stop event delivery.
+            EXT_REG_AEN reg{};
+            uint32_t status = 0;
+            vxapi_async_event_reg(rec.oshandle, api_idx, &reg, &status);
+            rec.features &= ~VXF_AEN;
+        }
+    }
+    int rc = 0;
+    if (rec.open_cnt == 1) {
+        if (rec.oshandle >= 0 && vxos::close(rec.oshandle) != 0) {
+            if (os_error != nullptr) *os_error = errno;
+            rc = 1;
+        }
+        rec.oshandle = -1;
+        rec.apihandle = 0;
+    }
+    if (rec.open_cnt > 0) --rec.open_cnt;
+    return rc;
+}

@@ -25,9 +25,9 @@ void vxapi_sem_wait(int id);
 void vxapi_sem_signal(int id);
 int vxapi_sem_del(int id);
 bool vxapi_database_ready();
-// Which adapter-table index owns the handle according to the shared state;
-// -1 when none.
-int vxapi_db_instance_of_handle(uint32_t handle);
+
+
+
 // Shared-list entry of the local adapter idx (same path and host number); -1 if none.
 int vxapi_db_find_entry(int idx);
 // Open count of shared entry i (0..31); out-of-range reads 0.

@@ -2,11 +2,17 @@
 // Driver request headers and request dispatch.
 #include "vx_ioctl.h"
 
+#include <cerrno>
 #include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
 
+#include "vx_chipdata.h"
 #include "vx_core.h"
 #include "vx_hmdbg.h"
 #include "vx_os.h"
+#include "vx_sysfs.h"
 
 uint64_t vxapi_ptr_to_64bit(const void *p) { return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(p)); }
 
@@ -61,4 +67,313 @@ int hmx_ioctl(int fd, uint32_t number, void *header, int api_idx) {
     const bool current = vxapi_valid_index(api_idx) && (api_priv_data[api_idx].features & VXF_NEW_LAYOUT) != 0;
     const uint32_t request = current ? number : vxapi_ioctl_number_old(number);
     return vxos::ioctl(fd, request, header);
+}
+
+// ---- Request wrappers -------------------------------------------------------
+
+
+namespace {
+
+bool is_sysfs(int api_idx) {
+    return vxapi_valid_index(api_idx) && (api_priv_data[api_idx].features & VXF_SYSFS) != 0;
+}
+
+void set_status(uint32_t *status, uint32_t v) {
+    if (status != nullptr) *status = v;
+}
+
+}  // namespace
+
+int vxapi_send(int fd, int api_idx, const VxCall &call, uint32_t *status, uint32_t *detail, uint32_t *returned_len,
+               uint16_t *reply_instance, uint16_t *reply_hba_select) {
+    VxRequest req;
+    if (req.init(api_idx, call.subcode, call.instance, call.request, call.request_len, call.response,
+                 call.response_len) != 0) {
+        VXDBG_NUM(VXDBG_ERR, (std::string(call.name) + ": init_ext_ioctl error ").c_str(), 1, 16);
+        return 1;
+    }
+    req.set_reserved1(call.reserved1);
+    const int rc = hmx_ioctl(fd, vxapi_ioctl_number(call.command), req.header(), api_idx);
+    set_status(status, req.status());
+    if (detail != nullptr) *detail = req.detail_status();
+    if (returned_len != nullptr) *returned_len = req.response_len();
+    if (reply_instance != nullptr) *reply_instance = req.instance();
+    if (reply_hba_select != nullptr) *reply_hba_select = req.current ? req.n.HbaSelect : req.o.HbaSelect;
+    VXDBG_NUM(VXDBG_TRACE, (std::string(call.name) + ": exiting. status=").c_str(), req.status(), 16);
+    return rc;
+}
+
+int vxapi_query_hbanode(int fd, int api_idx, EXT_HBA_NODE *node, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_query_hbanode(fd, api_idx, node, status);
+    const int rc = vxapi_send(fd, api_idx,
+                              {"vxapi_query_hbanode", EXT_CC_QUERY, EXT_SC_QUERY_HBA_NODE, 0, nullptr, 0, node,
+                               sizeof *node},
+                              status);
+    if (rc == 0 && node != nullptr) {
+        // Drivers for virtualised hosts report every port of the adapter;
+        // the management view is one port per instance there.
+        const std::string_view version(node->DriverVersion, strnlen(node->DriverVersion, sizeof node->DriverVersion));
+        if (version.find("vm") != std::string_view::npos && node->InterfaceType != 3) node->PortCount = 1;
+    }
+    return rc;
+}
+
+int vxapi_query_hbaport(int fd, int api_idx, EXT_HBA_PORT *port, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_query_hbaport(fd, api_idx, port, status);
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_query_hbaport", EXT_CC_QUERY, EXT_SC_QUERY_HBA_PORT, 0, nullptr, 0, port, sizeof *port},
+                      status);
+}
+
+int vxapi_query_discport(int fd, int api_idx, uint16_t port_index, EXT_DISC_PORT *port, uint32_t *status) {
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_query_discport", EXT_CC_QUERY, EXT_SC_QUERY_DISC_PORT, port_index, nullptr, 0, port,
+                       sizeof *port},
+                      status);
+}
+
+int vxapi_query_disctgt(int fd, int api_idx, uint16_t target_index, EXT_DISC_PORT *target, uint32_t *status) {
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_query_disctgt", EXT_CC_QUERY, EXT_SC_QUERY_DISC_TGT, target_index, nullptr, 0, target,
+                       sizeof *target},
+                      status);
+}
+
+int vxapi_query_chip(int fd, int api_idx, EXT_CHIP *chip, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_query_chip(fd, api_idx, chip, status);
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_query_chip", EXT_CC_QUERY, EXT_SC_QUERY_CHIP, 0, nullptr, 0, chip, sizeof *chip},
+                      status);
+}
+
+int vxapi_query_cnaport(int fd, int api_idx, uint8_t *buf128, uint32_t *status) {
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_query_cnaport", EXT_CC_QUERY, EXT_SC_QUERY_CNA_PORT, 0, nullptr, 0, buf128, 128},
+                      status);
+}
+
+int vxapi_query_adapter_versions(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status) {
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_query_adapter_versions", EXT_CC_QUERY, EXT_SC_QUERY_ADAPTER_VERSIONS, 0, nullptr, 0,
+                       buf, len},
+                      status);
+}
+
+int vxapi_async_event_reg(int fd, int api_idx, const EXT_REG_AEN *reg, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_async_event_reg(fd, api_idx, reg, status);
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_async_event_reg", EXT_CC_REG_AEN, 0, 0, reg, sizeof *reg, nullptr, 0}, status);
+}
+
+int vxapi_async_event_get(int fd, int api_idx, EXT_ASYNC_EVENT *events, uint32_t len, uint32_t *status,
+                          uint32_t *returned_len) {
+    if (is_sysfs(api_idx)) return vxsysfs_async_event_get(fd, api_idx, events, len, status, returned_len);
+    return vxapi_send(fd, api_idx, {"vxapi_async_event_get", EXT_CC_GET_AEN, 0, 0, nullptr, 0, events, len}, status,
+                      nullptr, returned_len);
+}
+
+int vxapi_query_driver(int fd, int api_idx, EXT_DRIVER *drv, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_query_driver(fd, api_idx, drv, status);
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_query_driver", EXT_CC_GET_DATA, EXT_SC_GET_DRIVER, 0, nullptr, 0, drv, sizeof *drv},
+                      status);
+}
+
+int vxapi_query_fw(int fd, int api_idx, EXT_FW *fw, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_query_fw(fd, api_idx, fw, status);
+    return vxapi_send(fd, api_idx, {"vxapi_query_fw", EXT_CC_GET_DATA, EXT_SC_GET_FW, 0, nullptr, 0, fw, sizeof *fw},
+                      status);
+}
+
+int vxapi_get_statistics(int fd, int api_idx, EXT_STATISTICS *stats, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_get_statistics(fd, api_idx, stats, status);
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_get_statistics", EXT_CC_GET_DATA, EXT_SC_GET_STATISTICS, 0, nullptr, 0, stats,
+                       sizeof *stats},
+                      status);
+}
+
+int vxapi_get_port_statistics(int fd, int api_idx, const EXT_DEST_ADDR *dest, EXT_STATISTICS *stats,
+                              uint32_t *status) {
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_get_port_statistics", EXT_CC_GET_DATA, EXT_SC_GET_PORT_STATISTICS, 0, dest,
+                       sizeof *dest, stats, sizeof *stats},
+                      status);
+}
+
+int vxapi_get_fc4_statistics(int fd, int api_idx, const EXT_DEST_ADDR *dest, EXT_STATISTICS *stats,
+                             uint32_t *status) {
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_get_fc4_statistics", EXT_CC_GET_DATA, EXT_SC_GET_FC4_STATISTICS, 0, dest, sizeof *dest,
+                       stats, sizeof *stats},
+                      status);
+}
+
+int vxapi_get_beacon(int fd, int api_idx, EXT_BEACON_CONTROL *beacon, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_get_beacon(fd, api_idx, beacon, status);
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_get_beacon", EXT_CC_GET_DATA, EXT_SC_GET_BEACON, 0, nullptr, 0, beacon, sizeof *beacon},
+                      status);
+}
+
+int vxapi_set_beacon(int fd, int api_idx, const EXT_BEACON_CONTROL *beacon, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_set_beacon(fd, api_idx, beacon, status);
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_set_beacon", EXT_CC_SET_DATA, EXT_SC_SET_BEACON, 0, beacon, sizeof *beacon, nullptr, 0},
+                      status);
+}
+
+bool vxapi_raw_flash_chip(int api_idx) {
+    if (!vxapi_valid_index(api_idx)) return false;
+    const uint16_t id = api_priv_data[api_idx].device_id;
+    return id == vxhmx::chip_device_id("FCX160") || id == vxhmx::chip_device_id("FCX180");
+}
+
+int vxapi_read_optrom(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,
+                      uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_read_optrom(fd, api_idx, buf, len, region, offset, status);
+    uint16_t subcode = static_cast<uint16_t>(region);
+    if (vxapi_raw_flash_chip(api_idx)) {
+        uint32_t map_offset = offset, map_len = len;
+        vxsysfs_map_region(api_idx, region, &map_offset, &map_len);
+        if (map_len == 0 || len == 0) {
+            VXDBG(VXDBG_ERR, "vxapi_read_optrom: zero size or unknown region, nothing read.");
+            return 1;
+        }
+        // Only the mapped window may be read, and never past the caller's buffer.
+        if (region != EXT_SC_RAW_FLASH) {
+            offset = map_offset;
+            if (map_len < len) len = map_len;
+        }
+        subcode = EXT_SC_RAW_FLASH;
+    }
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_read_optrom", EXT_CC_READ_OPTION_ROM, subcode, 0, nullptr, len, buf, len, offset},
+                      status);
+}
+
+AlignedWrite::~AlignedWrite() { delete[] data; }
+
+uint32_t vxapi_get_flash_sector_size(int fd, int api_idx) {
+    EXT_CHIP chip{};
+    uint32_t status = 0;
+    if (vxapi_query_chip(fd, api_idx, &chip, &status) != 0 || !vxapi_status_usable(status)) return 0;
+    return chip.FlashBlockSize;
+}
+
+int vxapi_sector_align(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t offset, uint32_t sector,
+                       AlignedWrite *out, uint32_t *status) {
+    if (out == nullptr || buf == nullptr || sector == 0 || len == 0) {
+        set_status(status, 6);
+        return 1;
+    }
+    const uint64_t begin = offset - offset % sector;
+    const uint64_t end_raw = static_cast<uint64_t>(offset) + len;
+    const uint64_t end = (end_raw + sector - 1) / sector * sector;
+    if (end - begin > UINT32_MAX) {
+        set_status(status, 6);
+        return 1;
+    }
+    out->offset = static_cast<uint32_t>(begin);
+    out->len = static_cast<uint32_t>(end - begin);
+    if (begin == offset && end == end_raw) return 0;  // already whole sectors: no copy
+    out->data = new (std::nothrow) uint8_t[out->len];
+    if (out->data == nullptr) {
+        set_status(status, 10);
+        return 1;
+    }
+    // The bytes around the caller's data must survive the sector rewrite.
+    const int rc = vxapi_read_optrom(fd, api_idx, out->data, out->len, EXT_SC_RAW_FLASH, out->offset, status);
+    if (rc != 0 || (status != nullptr && !vxapi_status_usable(*status))) return 1;
+    std::memcpy(out->data + (offset - begin), buf, len);
+    return 0;
+}
+
+int vxapi_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,
+                        uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_update_optrom(fd, api_idx, buf, len, region, offset, status);
+    uint16_t subcode = static_cast<uint16_t>(region);
+    AlignedWrite aligned;
+    if (vxapi_raw_flash_chip(api_idx)) {
+        uint32_t map_offset = offset, map_len = len;
+        vxsysfs_map_region(api_idx, region, &map_offset, &map_len);
+        if (map_len == 0 || len == 0) {
+            VXDBG(VXDBG_ERR, "vxapi_update_optrom: zero size or unknown region, nothing written.");
+            return 1;
+        }
+        if (region != EXT_SC_RAW_FLASH) {
+            offset = map_offset;
+            if (map_len < len) len = map_len;
+        }
+        const uint32_t sector = vxapi_get_flash_sector_size(fd, api_idx);
+        if (vxapi_sector_align(fd, api_idx, buf, len, offset, sector, &aligned, status) != 0) {
+            VXDBG(VXDBG_ERR, "vxapi_update_optrom: sector alignment failed.");
+            return 1;
+        }
+        if (aligned.data != nullptr) buf = aligned.data;
+        offset = aligned.offset;
+        len = aligned.len;
+        subcode = EXT_SC_RAW_FLASH;
+    }
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_update_optrom", EXT_CC_UPDATE_OPTION_ROM, subcode, 0, buf, len, nullptr, 0, offset},
+                      status);
+}
+
+int vxapi_get_nvram(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_get_nvram(fd, api_idx, buf, len, status);
+    return vxapi_send(fd, api_idx, {"vxapi_get_nvram", EXT_CC_GET_NVRAM, 0, 0, nullptr, 0, buf, len}, status);
+}
+
+int vxapi_set_nvram(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_set_nvram(fd, api_idx, buf, len, status);
+    return vxapi_send(fd, api_idx, {"vxapi_set_nvram", EXT_CC_SET_NVRAM, 0, 0, buf, len, nullptr, 0}, status);
+}
+
+int vxapi_get_vpd(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_get_vpd(fd, api_idx, buf, len, status);
+    return vxapi_send(fd, api_idx, {"vxapi_get_vpd", EXT_CC_GET_VPD, 0, 0, nullptr, 0, buf, len}, status);
+}
+
+int vxapi_set_vpd(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_set_vpd(fd, api_idx, buf, len, status);
+    return vxapi_send(fd, api_idx, {"vxapi_set_vpd", EXT_CC_SET_VPD, 0, 0, buf, len, nullptr, 0}, status);
+}
+
+int vxapi_get_optrom_layout(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_get_optrom_layout(fd, api_idx, buf, len, status);
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_get_optrom_layout", EXT_CC_GET_OPTION_ROM_LAYOUT, 0, 0, nullptr, 0, buf, len}, status);
+}
+
+int vxapi_activate_region(int fd, int api_idx, uint16_t region, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_activate_region(fd, api_idx, region, status);
+    return vxapi_send(fd, api_idx, {"vxapi_activate_region", EXT_CC_ACTIVATE_REGION, region, 0, nullptr, 0, nullptr, 0},
+                      status);
+}
+
+int vxapi_get_driver_specifics(int fd, int api_idx, EXT_LN_DRIVER_DATA *data, uint32_t *status) {
+    if (is_sysfs(api_idx)) return vxsysfs_get_driver_specifics(fd, api_idx, data, status);
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_get_driver_specifics", EXT_CC_DRIVER_SPECIFIC, 0, 0, nullptr, 0, data, sizeof *data},
+                      status);
+}
+
+int vxapi_wwpn_to_scsiaddr(int fd, int api_idx, const uint8_t wwpn[8], EXT_SCSI_ADDR *addr, uint32_t *status) {
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_wwpn_to_scsiaddr", EXT_CC_WWPN_TO_SCSIADDR, 0, 0, wwpn, 8, addr, sizeof *addr}, status);
+}
+
+int vxapi_set_instance(int fd, uint16_t drvr_inst, int api_idx, uint32_t *status, uint16_t *host_no) {
+    // The bound reply carries the port's SCSI host number in HbaSelect.
+    return vxapi_send(fd, api_idx, {"vxapi_set_instance", EXT_CC_SET_INSTANCE, 0, drvr_inst}, status, nullptr, nullptr,
+                      nullptr, host_no);
+}
+
+int vxapi_get_instance_count(int fd, int api_idx, uint32_t *status, uint32_t *count) {
+    uint16_t instances = 0;
+    const int rc = vxapi_send(fd, api_idx, {"vxapi_get_instance_count", EXT_CC_STARTIOCTL}, status, nullptr, nullptr,
+                              &instances);
+    if (count != nullptr) *count = instances;
+    return rc;
 }

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "vx_wire.h"
+
 // ---- Request header, current layout (116 bytes, packed) -------------------
 struct __attribute__((packed)) EXT_IOCTL {
     uint8_t Signature[8];
@@ -192,3 +194,75 @@ struct VxRequest {
 
 // Sends one request; chooses the request number by the adapter's layout.
 int hmx_ioctl(int fd, uint32_t number, void *header, int api_idx);
+
+// ---- Request wrappers -----------------------------------------------------
+// Each returns the ioctl result (0, or -1 with errno set), or 1 when no
+// header could be built; the reply's Status goes to *status. Adapters served
+// by sysfs are handed to the sysfs routine of the same name.
+// One request of any command; the common path of every wrapper.
+struct VxCall {
+    const char *name;      // wrapper name for the trace
+    uint8_t command;
+    uint16_t subcode = 0;
+    uint16_t instance = 0;
+    const void *request = nullptr;
+    uint32_t request_len = 0;
+    void *response = nullptr;
+    uint32_t response_len = 0;
+    uint32_t reserved1 = 0;
+};
+int vxapi_send(int fd, int api_idx, const VxCall &call, uint32_t *status, uint32_t *detail = nullptr,
+               uint32_t *returned_len = nullptr, uint16_t *reply_instance = nullptr, uint16_t *reply_hba_select = nullptr);
+
+int vxapi_query_hbanode(int fd, int api_idx, EXT_HBA_NODE *node, uint32_t *status);
+int vxapi_query_hbaport(int fd, int api_idx, EXT_HBA_PORT *port, uint32_t *status);
+int vxapi_query_discport(int fd, int api_idx, uint16_t port_index, EXT_DISC_PORT *port, uint32_t *status);
+int vxapi_query_disctgt(int fd, int api_idx, uint16_t target_index, EXT_DISC_PORT *target, uint32_t *status);
+int vxapi_query_chip(int fd, int api_idx, EXT_CHIP *chip, uint32_t *status);
+int vxapi_query_cnaport(int fd, int api_idx, uint8_t *buf128, uint32_t *status);
+int vxapi_query_adapter_versions(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status);
+int vxapi_async_event_reg(int fd, int api_idx, const EXT_REG_AEN *reg, uint32_t *status);
+int vxapi_async_event_get(int fd, int api_idx, EXT_ASYNC_EVENT *events, uint32_t len, uint32_t *status,
+                          uint32_t *returned_len);
+int vxapi_query_driver(int fd, int api_idx, EXT_DRIVER *drv, uint32_t *status);
+int vxapi_query_fw(int fd, int api_idx, EXT_FW *fw, uint32_t *status);
+int vxapi_get_statistics(int fd, int api_idx, EXT_STATISTICS *stats, uint32_t *status);
+int vxapi_get_port_statistics(int fd, int api_idx, const EXT_DEST_ADDR *dest, EXT_STATISTICS *stats,
+                              uint32_t *status);
+int vxapi_get_fc4_statistics(int fd, int api_idx, const EXT_DEST_ADDR *dest, EXT_STATISTICS *stats,
+                             uint32_t *status);
+int vxapi_get_beacon(int fd, int api_idx, EXT_BEACON_CONTROL *beacon, uint32_t *status);
+int vxapi_set_beacon(int fd, int api_idx, const EXT_BEACON_CONTROL *beacon, uint32_t *status);
+int vxapi_read_optrom(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,
+                      uint32_t *status);
+int vxapi_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,
+                        uint32_t *status);
+int vxapi_get_nvram(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status);
+int vxapi_set_nvram(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status);
+int vxapi_get_vpd(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status);
+int vxapi_set_vpd(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status);
+int vxapi_get_optrom_layout(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status);
+int vxapi_activate_region(int fd, int api_idx, uint16_t region, uint32_t *status);
+int vxapi_get_driver_specifics(int fd, int api_idx, EXT_LN_DRIVER_DATA *data, uint32_t *status);
+int vxapi_wwpn_to_scsiaddr(int fd, int api_idx, const uint8_t wwpn[8], EXT_SCSI_ADDR *addr, uint32_t *status);
+int vxapi_set_instance(int fd, uint16_t drvr_inst, int api_idx, uint32_t *status, uint16_t *host_no);
+// Request 0xFF: the number of driver instances, from the reply's Instance.
+int vxapi_get_instance_count(int fd, int api_idx, uint32_t *status, uint32_t *count);
+
+// Flash sector size of the adapter (chip query); 0 when unknown.
+uint32_t vxapi_get_flash_sector_size(int fd, int api_idx);
+// Widens [offset, offset + len) to whole sectors, reading the surrounding
+// bytes from the flash; on success *out holds the merged data.
+struct AlignedWrite {
+    uint32_t offset = 0;
+    uint32_t len = 0;
+    uint8_t *data = nullptr;  // owned, freed by the destructor
+    AlignedWrite() = default;
+    AlignedWrite(const AlignedWrite &) = delete;
+    AlignedWrite &operator=(const AlignedWrite &) = delete;
+    ~AlignedWrite();
+};
+int vxapi_sector_align(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t offset, uint32_t sector,
+                       AlignedWrite *out, uint32_t *status);
+// True for chips whose flash is reached raw (FCX160, FCX180).
+bool vxapi_raw_flash_chip(int api_idx);
