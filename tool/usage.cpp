@@ -106,10 +106,18 @@ int GetHostInformation(HostInformation *info) {
     CopyText(info->hmxApiVersion, std::string_view(reinterpret_cast<const char *>(version),
                                                    strnlen(reinterpret_cast<const char *>(version), sizeof version)));
 
-    // Without an opened adapter only the interface version can be asked.
-    char foVersion[254] = {};
-    IHmFoGetApiVersion(foVersion, sizeof foVersion);
-    CopyText(info->foApiVersion, std::string_view(foVersion, strnlen(foVersion, sizeof foVersion)));
+    // Unanswered queries leave their fields empty; they are not checked.
+    const HMXDevice *device = GetDeviceList()->first;
+    if (device != nullptr) {
+        IHmFoGetFoCapability(device->handle, &info->foCapability);
+        IHmFoGetApiVersion(info->foApiVersion, sizeof info->foApiVersion);
+        IHmFoGetFoDriverVersion(device->handle, &info->foDriverVersion);
+    } else {
+        // Without an opened adapter only the interface version can be asked.
+        char foVersion[254] = {};
+        IHmFoGetApiVersion(foVersion, sizeof foVersion);
+        CopyText(info->foApiVersion, std::string_view(foVersion, strnlen(foVersion, sizeof foVersion)));
+    }
 
     info->valid = 1;
     return 0;

@@ -1,0 +1,20 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# Runs a command in the current (private) mount namespace with a fresh /tmp
+# and a throw-away overlay on /etc, so the host's own configuration and
+# release files neither leak in nor get touched.
+#   FW_STAGE  directory with optional etc/ and tmp/ trees copied in first
+#   FW_CWD    working directory of the command
+set -e
+mount -t tmpfs fwtmp /tmp
+mkdir -p /tmp/.fw-etc/upper /tmp/.fw-etc/work
+mount -t overlay fwetc -o lowerdir=/etc,upperdir=/tmp/.fw-etc/upper,workdir=/tmp/.fw-etc/work /etc
+# Hide the overlay's own directories from the command.
+mount -t tmpfs fwtmp /tmp
+rm -f /etc/SuSE-release /etc/redhat-release /etc/adapters.properties \
+      /etc/flashwright.properties /etc/agent.properties
+if [ -n "$FW_STAGE" ] && [ -d "$FW_STAGE/etc" ]; then cp -R "$FW_STAGE/etc/." /etc/; fi
+if [ -n "$FW_STAGE" ] && [ -d "$FW_STAGE/tmp" ]; then cp -R "$FW_STAGE/tmp/." /tmp/; fi
+cd "$FW_CWD"
+unset FW_STAGE FW_CWD
+exec "$@"
