@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+// The emulated driver's management requests: one ioctl carrying the request
+// header, answered the way the driver answers it, reading and writing the
+// caller's buffers through a RemoteMemory (process_vm_readv/writev in the
+// supervisor, a plain buffer in tests).
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "fault_injector.h"
+#include "host_model.h"
+#include "traffic_log.h"
+#include "wire.h"
+
+namespace vxemu {
+
+// The caller's address space, as the driver's copy_from_user/copy_to_user see it.
+class RemoteMemory {
+public:
+    virtual ~RemoteMemory() = default;
+    [[nodiscard]] virtual bool read(uint64_t addr, std::span<uint8_t> out) = 0;
+    [[nodiscard]] virtual bool write(uint64_t addr, std::span<const uint8_t> in) = 0;
+};
+
+// A port the driver serves through ioctl: adapter and PCI function index.
+struct PortRef {
+    size_t adapter = 0;
+    size_t function = 0;
+};
+
+// A SCSI target behind a port, as the driver's discovery sees it.
+struct EmulatedTarget {
+    std::array<uint8_t, 8> wwnn{};
+    std::array<uint8_t, 8> wwpn{};
+    uint32_t port_id = 0;
+    uint16_t target_id = 0;
+    uint16_t lun_count = 1;
+    bool refuses_report_luns = false;  // answers REPORT LUNS with ILLEGAL REQUEST
+};
+
+// Largest buffer a single request may move; beyond it the driver refuses the request.
+inline constexpr uint32_t kMaxTransfer = 64u << 20;
+
+class DriverService {
+public:
+    DriverService(Host &host, TrafficLog &log, FaultInjector &faults);
+
+    // One intercepted ioctl. Returns 0 or a positive errno for the caller.
+    int handle_ioctl(unsigned long request, uint64_t header_addr, RemoteMemory &mem, unsigned pid = 0);
+
+    // Driver instances in the order the driver numbers them.
+    [[nodiscard]] const std::vector<PortRef> &ports() const { return ports_; }
+    // The targets every port of this driver discovers.
+    [[nodiscard]] static std::vector<EmulatedTarget> targets_of(const PortFunction &fn);
+
+private:
+    struct Call;
+    void dispatch(Call &c);
+    void query(Call &c);
+    void get_data(Call &c);
+    void set_data(Call &c);
+    void read_optrom(Call &c);
+    void update_optrom(Call &c);
+    void optrom_layout(Call &c);
+    void nvram_vpd(Call &c);
+    void activate(Call &c);
+    void aen(Call &c);
+    void scsi_passthru(Call &c);
+    void wwpn_to_scsiaddr(Call &c);
+    void failover(Call &c);
+
+    // Buffer helpers: false (and the request answered) when the buffer cannot be moved.
+    bool fetch_request(Call &c, uint32_t need, std::vector<uint8_t> &out);
+    bool need_response(Call &c, uint32_t need);
+    bool put_response(Call &c, std::span<const uint8_t> bytes);
+
+    Host &host_;
+    TrafficLog &log_;
+    FaultInjector &faults_;
+    std::vector<PortRef> ports_;
+    std::map<std::string, uint32_t> beacon_;     // per adapter/function
+    std::map<std::string, bool> aen_enabled_;    // per adapter/function
+};
+
+}  // namespace vxemu

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#include "netlink_service.h"
+
+#include <algorithm>
+#include <string>
+
+#include "wire.h"
+
+namespace vxemu {
+
+using wire::ByteReader;
+using wire::ByteWriter;
+
+std::vector<uint8_t> NetlinkService::handle(std::span<const uint8_t> msg, unsigned pid) {
+    TrafficEntry e;
+    e.kind = "netlink";
+    e.pid = pid;
+    e.length = msg.size();
+    const ByteReader r(msg);
+    auto done = [&](std::string violation) {
+        e.violation = std::move(violation);
+        log_.record(e);
+        return std::vector<uint8_t>{};
+    };
+    if (msg.size() < nl::kRequestHdr) return done("netlink message of " + std::to_string(msg.size()) + " bytes");
+    const uint32_t len = *r.le32(0);
+    const size_t fc = nl::kNlHdr + nl::kScsiNlHdr;
+    const uint32_t cmd = *r.le32(fc + nl::kCmd);
+    const uint16_t host_no = *r.le16(fc + nl::kHostNo);
+    const uint16_t datalen = *r.le16(fc + nl::kDataLen);
+    e.command = cmd;
+    const size_t want_len = datalen == 0 ? nl::kRequestHdr : ((datalen + nl::kRequestHdr + 3) & ~size_t{3});
+    if (len != msg.size() || len != want_len) return done("nlmsg_len " + std::to_string(len) + " does not match the message");
+    if (*r.le16(4) != nl::kMsgType) return done("nlmsg_type " + std::to_string(*r.le16(4)));
+    if (*r.u8(16) != 1 || *r.u8(17) != 0 || *r.le16(18) != nl::kScsiMagic || *r.le16(20) != nl::kScsiMsgType)
+        return done("bad SCSI netlink header");
+    const uint64_t magic = *r.le64(fc + nl::kMagic);
+
+    // Find the sysfs adapter port behind host_no.
+    Adapter *adapter = nullptr;
+    PortFunction *fn = nullptr;
+    size_t fn_index = 0;
+    for (Adapter &a : host_.adapters) {
+        if (a.transport != Transport::sysfs) continue;
+        for (size_t i = 0; i < a.functions.size(); ++i)
+            if (a.functions[i].host_no == host_no) {
+                adapter = &a;
+                fn = &a.functions[i];
+                fn_index = i;
+            }
+    }
+    if (adapter == nullptr) return done("netlink request for unknown host " + std::to_string(host_no));
+    e.adapter = adapter->name;
+    e.function = static_cast<unsigned>(fn_index);
+    const uint64_t want_magic = (static_cast<uint64_t>(fn->vendor_id) << 48) | (uint64_t{0x84DD} << 32) | nl::kFcMagicLow;
+    if (magic != want_magic) return done("bad vxa_fc_msg magic");
+
+    // Reply: netlink header, then the vxa_fc_msg block (no SCSI header), then any data.
+    std::vector<uint8_t> reply(nl::kNlHdr + nl::kFcMsg, 0);
+    std::copy_n(msg.begin() + static_cast<std::ptrdiff_t>(fc), nl::kFcMsg, reply.begin() + nl::kNlHdr);
+    ByteWriter w(reply);
+    const size_t out = nl::kNlHdr;
+    uint32_t error = 0;
+    switch (cmd) {
+    case 7: {  // port parameters: EXT_DEST_ADDR (16), Mode, Speed
+        const size_t p = fc + nl::kParams;
+        if (*r.le16(p + 8) != 2) {
+            error = 6;
+            break;
+        }
+        const uint16_t mode = *r.le16(p + 16);
+        if (mode == 0) {
+            // Report the link speed as the driver's speed code.
+            uint16_t code = 3;
+            switch (fn->speed_code) {
+            case 1: code = 0; break;
+            case 2: code = 1; break;
+            case 4: code = 3; break;
+            case 8: code = 4; break;
+            case 16: code = 19; break;
+            default: break;
+            }
+            w.le16(out + nl::kParams + 18, code);
+        }
+        break;
+    }
+    case 4:  // asynchronous events: none queued
+        w.le32(out + nl::kParams, 0);
+        break;
+    case 1:
+    case 2:
+    case 3:  // converged bridge
+        if (adapter->chip.rfind("FCX15", 0) != 0) error = 1;
+        break;
+    case 5:
+    case 6:  // loopback: the data comes back unchanged
+        reply.insert(reply.end(), msg.begin() + nl::kRequestHdr, msg.begin() + nl::kRequestHdr + datalen);
+        break;
+    default: return done("unknown netlink command " + std::to_string(cmd));
+    }
+    ByteWriter hdr(reply);  // the loopback data may have moved the buffer
+    hdr.le32(0, static_cast<uint32_t>(reply.size()));
+    hdr.le16(4, nl::kMsgType);
+    hdr.le32(out + nl::kError, error);
+    e.status = error;
+    log_.record(e);
+    return reply;
+}
+
+}  // namespace vxemu

@@ -1,0 +1,308 @@
+// SPDX-License-Identifier: MIT
+#include "run_command.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include "driver_service.h"
+#include "fault_injector.h"
+#include "fuse_server.h"
+#include "host_model.h"
+#include "netlink_service.h"
+#include "sandbox.h"
+#include "seccomp_supervisor.h"
+#include "sysfs_tree.h"
+#include "traffic_log.h"
+#include "unique_fd.h"
+
+namespace fs = std::filesystem;
+
+namespace vxemu {
+
+bool parse_run_args(const std::vector<std::string> &args, RunOptions &opts, std::string &error) {
+    size_t i = 0;
+    for (; i < args.size(); ++i) {
+        const std::string &a = args[i];
+        if (a == "--") {
+            ++i;
+            break;
+        }
+        auto value = [&](std::string &out) {
+            if (i + 1 >= args.size()) {
+                error = "option " + a + " needs a value";
+                return false;
+            }
+            out = args[++i];
+            return true;
+        };
+        if (a == "--host") {
+            if (!value(opts.host_file)) return false;
+        } else if (a == "--state") {
+            if (!value(opts.state_dir)) return false;
+        } else if (a == "--log") {
+            if (!value(opts.log_file)) return false;
+        } else {
+            error = "unknown option " + a;
+            return false;
+        }
+    }
+    opts.command.assign(args.begin() + static_cast<std::ptrdiff_t>(i), args.end());
+    if (opts.command.empty()) {
+        error = "no command given after --";
+        return false;
+    }
+    return true;
+}
+
+namespace {
+
+void fail(const std::string &msg) { std::fprintf(stderr, "vxemu: %s\n", msg.c_str()); }
+
+// A scratch state directory that goes away with the run.
+class ScratchDir {
+public:
+    ScratchDir() {
+        const char *base = std::getenv("TMPDIR");
+        std::string tmpl = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/vxemu-XXXXXX";
+        if (::mkdtemp(tmpl.data()) != nullptr) path_ = tmpl;
+    }
+    ~ScratchDir() {
+        std::error_code ec;
+        if (!path_.empty()) fs::remove_all(path_, ec);
+    }
+    ScratchDir(const ScratchDir &) = delete;
+    ScratchDir &operator=(const ScratchDir &) = delete;
+    [[nodiscard]] const std::string &path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// Every process below `root` (by the parent links in /proc), root included.
+std::vector<pid_t> descendants(pid_t root) {
+    std::vector<std::pair<pid_t, pid_t>> all;  // pid, ppid
+    if (DIR *d = ::opendir("/proc")) {
+        while (dirent *e = ::readdir(d)) {
+            char *end = nullptr;
+            const long pid = std::strtol(e->d_name, &end, 10);
+            if (end == e->d_name || *end != '\0') continue;
+            std::ifstream st("/proc/" + std::string(e->d_name) + "/stat");
+            std::string line;
+            std::getline(st, line);
+            const size_t rp = line.rfind(')');
+            if (rp == std::string::npos) continue;
+            long ppid = 0;
+            char state = 0;
+            if (std::sscanf(line.c_str() + rp + 1, " %c %ld", &state, &ppid) == 2)
+                all.emplace_back(static_cast<pid_t>(pid), static_cast<pid_t>(ppid));
+        }
+        ::closedir(d);
+    }
+    std::vector<pid_t> out{root};
+    for (size_t k = 0; k < out.size(); ++k)
+        for (const auto &[p, pp] : all)
+            if (pp == out[k] && std::find(out.begin(), out.end(), p) == out.end()) out.push_back(p);
+    return out;
+}
+
+int status_of(int wstatus) {
+    if (WIFEXITED(wstatus)) return WEXITSTATUS(wstatus);
+    if (WIFSIGNALED(wstatus)) return 128 + WTERMSIG(wstatus);
+    return kExitSetup;
+}
+
+}  // namespace
+
+int run_command(const RunOptions &opts) {
+    // ---- the host and its state
+    Result<Host> loaded = opts.host_file.empty() ? builtin_host() : load_host_file(opts.host_file);
+    if (!loaded.ok()) {
+        fail(loaded.error().message);
+        return kExitSetup;
+    }
+    Host host = std::move(loaded).value();
+
+    std::unique_ptr<ScratchDir> scratch;
+    std::string state_dir = opts.state_dir;
+    if (state_dir.empty()) {
+        scratch = std::make_unique<ScratchDir>();
+        if (scratch->path().empty()) {
+            fail(std::string("mkdtemp: ") + std::strerror(errno));
+            return kExitSetup;
+        }
+        state_dir = scratch->path();
+    }
+    std::error_code ec;
+    fs::create_directories(state_dir, ec);
+    state_dir = fs::absolute(state_dir, ec).lexically_normal().string();
+    if (!state_dir.empty() && state_dir.back() == '/' && state_dir.size() > 1) state_dir.pop_back();
+    if (const Status st = load_state(host, state_dir); !st.ok()) {
+        fail(st.error().message);
+        return kExitSetup;
+    }
+
+    TrafficLog log;
+    const std::string log_path = opts.log_file.empty() ? state_dir + "/traffic.jsonl" : opts.log_file;
+    if (!log.open(log_path)) {
+        fail("open(" + log_path + "): " + std::strerror(errno));
+        return kExitSetup;
+    }
+
+    const std::string run_dir = state_dir + "/.run";
+    fs::remove_all(run_dir, ec);
+    fs::create_directories(run_dir, ec);
+    struct RunDirGuard {
+        std::string path;
+        ~RunDirGuard() {
+            std::error_code e;
+            fs::remove_all(path, e);
+        }
+    } run_guard{run_dir};
+
+    FaultInjector faults(host);
+    DriverService driver(host, log, faults);
+    NetlinkService netlink(host, log);
+    SysfsTree tree(host, log, faults);
+    FuseServer fuse(tree);
+    SeccompSupervisor supervisor(host, driver, netlink, log);
+
+    // ---- signals: handled in the loop, so the sandbox is always torn down
+    sigset_t mask, old_mask;
+    sigemptyset(&mask);
+    sigaddset(&mask, SIGTERM);
+    sigaddset(&mask, SIGINT);
+    sigaddset(&mask, SIGHUP);
+    sigprocmask(SIG_BLOCK, &mask, &old_mask);
+    UniqueFd sigfd(::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK));
+
+    int sv[2];
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0) {
+        fail(std::string("socketpair: ") + std::strerror(errno));
+        return kExitSetup;
+    }
+    UniqueFd parent_sock(sv[0]), child_sock(sv[1]);
+
+    SandboxConfig cfg;
+    cfg.argv = opts.command;
+    cfg.state_dir = state_dir;
+    cfg.run_dir = run_dir;
+    std::error_code cwd_ec;
+    cfg.cwd = fs::current_path(cwd_ec).string();
+
+    std::fflush(nullptr);
+    const pid_t child = ::fork();
+    if (child < 0) {
+        fail(std::string("fork: ") + std::strerror(errno));
+        return kExitSetup;
+    }
+    if (child == 0) {
+        sigprocmask(SIG_SETMASK, &old_mask, nullptr);
+        parent_sock.reset();
+        sandbox_child(cfg, host, child_sock.get());
+    }
+    child_sock.reset();
+    UniqueFd pidfd(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+
+    // ---- setup messages until exec closes the socket
+    std::string setup_error;
+    for (;;) {
+        SetupMsg tag{};
+        std::string text;
+        UniqueFd fd;
+        if (!recv_msg(parent_sock.get(), tag, text, fd)) break;
+        if (tag == SetupMsg::fuse_fd) {
+            if (!fuse.attach(fd.release())) setup_error = "cannot serve /sys";
+        } else if (tag == SetupMsg::listener_fd) {
+            if (!supervisor.attach(std::move(fd))) setup_error = "cannot use the seccomp listener";
+        } else if (tag == SetupMsg::error) {
+            setup_error = text;
+        } else if (tag == SetupMsg::exec_error) {
+            fail(text);
+        }
+    }
+    parent_sock.reset();
+
+    bool child_done = false;
+    int child_status = kExitSetup;
+    auto reap = [&](int flags) {
+        int ws = 0;
+        if (!child_done && ::waitpid(child, &ws, flags) == child) {
+            child_done = true;
+            child_status = status_of(ws);
+        }
+    };
+
+    if (!setup_error.empty() && supervisor.fd() < 0) {
+        // The command never ran; the FUSE session may be half set up.
+        fail("sandbox: " + setup_error);
+        ::kill(child, SIGKILL);
+        reap(0);
+        return kExitSetup;
+    }
+
+    // ---- serve until the last filtered task is gone
+    int stop_signal = 0;
+    bool fuse_alive = fuse.fd() >= 0;
+    while (supervisor.fd() >= 0) {
+        std::vector<pollfd> pfds;
+        pfds.push_back({supervisor.fd(), POLLIN, 0});
+        pfds.push_back({fuse_alive ? fuse.fd() : -1, POLLIN, 0});
+        pfds.push_back({sigfd.get(), POLLIN, 0});
+        pfds.push_back({child_done ? -1 : pidfd.get(), POLLIN, 0});
+        const std::vector<int> nl = supervisor.netlink_fds();
+        for (int fd : nl) pfds.push_back({fd, POLLIN, 0});
+        if (::poll(pfds.data(), pfds.size(), -1) < 0) {
+            if (errno == EINTR) continue;
+            fail(std::string("poll: ") + std::strerror(errno));
+            break;
+        }
+        if (pfds[1].revents != 0 && !fuse.process()) fuse_alive = false;
+        if (pfds[0].revents & POLLIN) supervisor.process();
+        for (size_t k = 0; k < nl.size(); ++k)
+            if (pfds[4 + k].revents != 0 && !supervisor.serve_netlink(nl[k])) supervisor.drop_netlink(nl[k]);
+        if (pfds[3].revents != 0) reap(WNOHANG);
+        if (pfds[2].revents != 0) {
+            signalfd_siginfo si{};
+            if (::read(sigfd.get(), &si, sizeof si) == sizeof si && stop_signal == 0) {
+                stop_signal = static_cast<int>(si.ssi_signo);
+                // Kill the whole command; the namespaces, mounts and semaphores go with it.
+                for (pid_t p : descendants(child)) ::kill(p, SIGKILL);
+            }
+        }
+        if ((pfds[0].revents & (POLLHUP | POLLERR)) != 0 && (pfds[0].revents & POLLIN) == 0) break;
+    }
+    supervisor.close();
+    reap(0);
+    // A background process that left the filter's reach may still hold the mount
+    // namespace; nothing more to serve, so end anyway.
+
+    int rc = child_status;
+    if (const Status st = save_state(host, state_dir); !st.ok()) {
+        fail("saving state: " + st.error().message);
+        rc = kExitSetup;
+    }
+    log.flush();
+    if (log.violations() > 0) {
+        fail(std::to_string(log.violations()) + " protocol violation(s); first: " + log.first_violation());
+        if (rc != kExitSetup) rc = kExitViolation;
+    }
+    if (stop_signal != 0) rc = 128 + stop_signal;
+    sigprocmask(SIG_SETMASK, &old_mask, nullptr);
+    return rc;
+}
+
+}  // namespace vxemu

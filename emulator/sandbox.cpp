@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: MIT
+#include "sandbox.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "seccomp_supervisor.h"
+#include "unique_fd.h"
+
+namespace vxemu {
+
+std::string emulated_proc_devices(const std::string &real, const std::string &driver, unsigned major) {
+    std::istringstream in(real);
+    std::string out, line;
+    bool in_char = false, placed = false;
+    char ours[64];
+    std::snprintf(ours, sizeof ours, "%3u %s", major, driver.c_str());
+    while (std::getline(in, line)) {
+        if (line.find(driver) != std::string::npos) continue;
+        if (line == "Character devices:") {
+            in_char = true;
+        } else if (in_char && !placed) {
+            unsigned m = 0;
+            const bool numbered = std::sscanf(line.c_str(), "%u", &m) == 1;
+            if (!numbered || m > major) {
+                out += ours;
+                out += '\n';
+                placed = true;
+            }
+            if (!numbered) in_char = false;
+        }
+        out += line;
+        out += '\n';
+    }
+    if (!placed) {
+        if (!in_char) out += "Character devices:\n";
+        out += ours;
+        out += '\n';
+    }
+    return out;
+}
+
+namespace {
+
+// Setup failures carry the failing call and path, like every other OS error we report.
+struct SetupError {
+    std::string what;
+};
+
+void check(bool ok, const std::string &what) {
+    if (!ok) throw SetupError{what + ": " + std::strerror(errno)};
+}
+
+void mkdirs(const std::string &path, mode_t mode = 0755) {
+    std::string cur;
+    size_t pos = 0;
+    while (pos <= path.size()) {
+        size_t slash = path.find('/', pos);
+        if (slash == std::string::npos) slash = path.size();
+        cur = path.substr(0, slash);
+        if (!cur.empty() && ::mkdir(cur.c_str(), mode) != 0 && errno != EEXIST) check(false, "mkdir(" + cur + ")");
+        pos = slash + 1;
+    }
+}
+
+void write_text(const std::string &path, const std::string &text, mode_t mode = 0644) {
+    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
+    check(fd.valid(), "open(" + path + ")");
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t n = ::write(fd.get(), text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        check(n > 0, "write(" + path + ")");
+        done += static_cast<size_t>(n);
+    }
+}
+
+std::string read_text(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+void do_mount(const char *src, const std::string &dst, const char *type, unsigned long flags, const std::string &data) {
+    check(::mount(src, dst.c_str(), type, flags, data.empty() ? nullptr : data.c_str()) == 0,
+          std::string("mount(") + (type != nullptr ? type : "bind") + ", " + dst + ")");
+}
+
+void overlay(const std::string &lower, const std::string &upper, const std::string &work) {
+    mkdirs(upper);
+    mkdirs(work);
+    do_mount("overlay", lower, "overlay", 0, "lowerdir=" + lower + ",upperdir=" + upper + ",workdir=" + work);
+}
+
+void build_dev(const SandboxConfig &cfg, const Host &host) {
+    const std::string stage = cfg.run_dir + "/dev";
+    mkdirs(stage);
+    do_mount("tmpfs", stage, "tmpfs", MS_NOSUID, "mode=0755,size=1m");
+    for (const char *n : {"null", "zero", "full", "random", "urandom", "tty"}) {
+        const std::string p = stage + "/" + n;
+        write_text(p, "", 0666);
+        do_mount(("/dev/" + std::string(n)).c_str(), p, nullptr, MS_BIND, "");
+    }
+    mkdirs(stage + "/pts");
+    do_mount("devpts", stage + "/pts", "devpts", MS_NOSUID | MS_NOEXEC, "newinstance,ptmxmode=0666,mode=0620");
+    check(::symlink("pts/ptmx", (stage + "/ptmx").c_str()) == 0, "symlink(ptmx)");
+    mkdirs(stage + "/shm");
+    do_mount("tmpfs", stage + "/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777");
+    check(::symlink("/proc/self/fd", (stage + "/fd").c_str()) == 0, "symlink(fd)");
+    check(::symlink("/proc/self/fd/0", (stage + "/stdin").c_str()) == 0, "symlink(stdin)");
+    check(::symlink("/proc/self/fd/1", (stage + "/stdout").c_str()) == 0, "symlink(stdout)");
+    check(::symlink("/proc/self/fd/2", (stage + "/stderr").c_str()) == 0, "symlink(stderr)");
+    // A stale node is planted with the wrong number so the library has to replace it.
+    const auto [maj, min] = host.node.stale ? *host.node.stale : std::make_pair(host.node.major, host.node.minor);
+    const std::string node = stage + "/" + host.driver.name;
+    check(::mknod(node.c_str(), S_IFCHR | 0600, makedev(maj, min)) == 0, "mknod(" + node + ")");
+    do_mount(stage.c_str(), "/dev", nullptr, MS_MOVE, "");
+}
+
+void build(const SandboxConfig &cfg, const Host &host, int sock) {
+    check(::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "prctl(PDEATHSIG)");
+    UniqueFd fuse(::open("/dev/fuse", O_RDWR | O_CLOEXEC));
+    check(fuse.valid(), "open(/dev/fuse)");
+    check(::unshare(CLONE_NEWNS | CLONE_NEWIPC | CLONE_NEWUTS) == 0, "unshare");
+    do_mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, "");
+
+    overlay("/etc", cfg.state_dir + "/etc-upper", cfg.run_dir + "/etc-work");
+    for (const auto &[path, text] : host.etc_files) {
+        if (path.rfind("/etc/", 0) != 0 || path.find("/../") != std::string::npos)
+            throw SetupError{"etc file outside /etc: " + path};
+        mkdirs(path.substr(0, path.rfind('/')));
+        write_text(path, text);
+    }
+    overlay("/usr/lib", cfg.state_dir + "/usrlib-upper", cfg.run_dir + "/usrlib-work");
+
+    build_dev(cfg, host);
+
+    const std::string devices = cfg.run_dir + "/proc-devices";
+    write_text(devices, emulated_proc_devices(read_text("/proc/devices"), host.driver.name, host.node.major));
+    do_mount(devices.c_str(), "/proc/devices", nullptr, MS_BIND, "");
+    const std::string ostype = cfg.run_dir + "/ostype";
+    write_text(ostype, host.ostype + "\n");
+    do_mount(ostype.c_str(), "/proc/sys/kernel/ostype", nullptr, MS_BIND, "");
+
+    // /sys: the FUSE tree over the real sysfs, so /proc/mounts still lists a
+    // sysfs at /sys (libsysfs looks for exactly that entry).
+    const std::string opts = "fd=" + std::to_string(fuse.get()) + ",rootmode=40000,user_id=0,group_id=0,allow_other";
+    do_mount("vxsysfs", "/sys", "fuse.vxsysfs", MS_NOSUID | MS_NODEV, opts);
+    check(send_msg(sock, SetupMsg::fuse_fd, "", fuse.get()), "sendmsg(fuse)");
+    fuse.reset();
+
+    // /tmp last: the run directory may itself live below /tmp.
+    UniqueFd keep(::open(cfg.cwd.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    check(keep.valid(), "open(" + cfg.cwd + ")");
+    do_mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777");
+    if (cfg.cwd == "/tmp" || cfg.cwd.rfind("/tmp/", 0) == 0) {
+        if (cfg.cwd != "/tmp") mkdirs(cfg.cwd);
+        do_mount(("/proc/self/fd/" + std::to_string(keep.get())).c_str(), cfg.cwd, nullptr, MS_BIND | MS_REC, "");
+    }
+    keep.reset();
+    check(::chdir(cfg.cwd.c_str()) == 0, "chdir(" + cfg.cwd + ")");
+
+    FilterOptions fo;
+    fo.netlink = cfg.intercept_netlink;
+    fo.node_open = host.node.open_fails;
+    UniqueFd listener(load_filter(fo));
+    check(listener.valid(), "seccomp_load");
+    check(send_msg(sock, SetupMsg::listener_fd, "", listener.get()), "sendmsg(listener)");
+}
+
+}  // namespace
+
+void sandbox_child(const SandboxConfig &cfg, const Host &host, int sock) {
+    try {
+        build(cfg, host, sock);
+    } catch (const SetupError &e) {
+        send_msg(sock, SetupMsg::error, e.what);
+        _exit(kSetupFailed);
+    } catch (...) {
+        send_msg(sock, SetupMsg::error, "sandbox setup failed");
+        _exit(kSetupFailed);
+    }
+    std::vector<char *> argv;
+    for (const std::string &a : cfg.argv) argv.push_back(const_cast<char *>(a.c_str()));
+    argv.push_back(nullptr);
+    ::execvp(argv[0], argv.data());
+    const int err = errno;
+    send_msg(sock, SetupMsg::exec_error, cfg.argv[0] + ": " + std::strerror(err));
+    _exit(err == ENOENT ? kExecFailed : 126);
+}
+
+}  // namespace vxemu

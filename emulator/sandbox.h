@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+// The sandbox a command runs in: private mount, IPC and UTS namespaces, a
+// private /dev with the driver node, the emulated /proc/devices and ostype,
+// overlays on /etc and /usr/lib, a fresh /tmp, and /sys mounted from a
+// /dev/fuse descriptor that is handed to the supervisor together with the
+// seccomp listener. Runs in the forked child; ends in exec of the command.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host_model.h"
+
+namespace vxemu {
+
+struct SandboxConfig {
+    std::vector<std::string> argv;  // the command
+    std::string state_dir;          // overlay upper layers land here
+    std::string run_dir;            // scratch for staging (removed by the supervisor)
+    std::string cwd;                // kept visible below the fresh /tmp
+    bool intercept_netlink = true;
+};
+
+// The emulated /proc/devices: the real text with every line naming the driver
+// dropped and "%3u <driver>" put into the character section in major order.
+[[nodiscard]] std::string emulated_proc_devices(const std::string &real, const std::string &driver, unsigned major);
+
+// In the child: builds the sandbox, sends the descriptors over `sock` and
+// execs the command. Never returns: on a setup failure it reports the reason
+// over `sock` and exits with kSetupFailed.
+[[noreturn]] void sandbox_child(const SandboxConfig &cfg, const Host &host, int sock);
+
+inline constexpr int kSetupFailed = 125;
+inline constexpr int kExecFailed = 127;
+
+}  // namespace vxemu
