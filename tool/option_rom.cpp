@@ -209,7 +209,7 @@ int validateOptionROMFile(const char *path, std::span<uint8_t> buffer, int32_t *
     FwTrace("ValidateOptionROMFile: OptionROM file size=%ld - Max size=%d", static_cast<long>(fileSize), *maxSize);
 
     // Larger than allowed, or than the buffer that has to hold it.
-    if (fileSize > static_cast<uint64_t>(*maxSize < 0 ? 0 : *maxSize) || fileSize > buffer.size()) return 4;
+    if (static_cast<int64_t>(fileSize) > static_cast<int64_t>(*maxSize) || fileSize > buffer.size()) return 4;
     if (std::fread(buffer.data(), 1, fileSize, stream) != fileSize) return 3;
     *maxSize = static_cast<int32_t>(fileSize);
     return 0;

@@ -8,7 +8,12 @@
 set -e
 mount -t tmpfs fwtmp /tmp
 mkdir -p /tmp/.fw-etc/upper /tmp/.fw-etc/work
-mount -t overlay fwetc -o lowerdir=/etc,upperdir=/tmp/.fw-etc/upper,workdir=/tmp/.fw-etc/work /etc
+if ! mount -t overlay fwetc -o lowerdir=/etc,upperdir=/tmp/.fw-etc/upper,workdir=/tmp/.fw-etc/work /etc 2>/dev/null; then
+    # No overlay support here: a private copy of /etc does the same job.
+    mkdir -p /tmp/.fw-etc/copy
+    cp -a /etc/. /tmp/.fw-etc/copy/ 2>/dev/null || true
+    mount --bind /tmp/.fw-etc/copy /etc
+fi
 # Hide the overlay's own directories from the command.
 mount -t tmpfs fwtmp /tmp
 rm -f /etc/SuSE-release /etc/redhat-release /etc/adapters.properties \

@@ -194,6 +194,11 @@ TEST(OptionRom, FileLoadingBoundsAndRoundTrip) {
     Bytes small(0x10000);
     max = 0x20000;
     EXPECT_EQ(validateOptionROMFile(exact.c_str(), small, &max), 4);
+    // The limit is compared signed: a negative one refuses even an empty file.
+    const std::string empty = dir / "empty.bin";
+    fwtest::write_file(empty, "");
+    max = -1;
+    EXPECT_EQ(validateOptionROMFile(empty.c_str(), buffer, &max), 4);
     max = 100;
     EXPECT_EQ(validateOptionROMFile((dir / "absent.bin").c_str(), buffer, &max), 1);
     EXPECT_EQ(max, 0);
