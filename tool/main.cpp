@@ -57,7 +57,7 @@ int getConfigPath() {
         if (file_exists(path)) return 0;
     }
     CoreLogMessage(kMsgError, "Configuration files not found in default or alternate paths!");
-    return 5;
+    return kExitNoConfiguration;
 }
 
 int CmdInit(int, char **) {
@@ -114,7 +114,7 @@ void CtrlHandler(int signalNumber) {
     signal(SIGPIPE, SIG_DFL);
     raise(signalNumber);
     if (std::system("stty echo") == -1) FwTrace("stty echo failed");
-    std::exit(1);
+    std::exit(kExitNotRoot);
 }
 
 int flashwright_main(int argc, char **argv) {
@@ -127,11 +127,11 @@ int flashwright_main(int argc, char **argv) {
     const int parsed = ParseArg(argc, argv);
     if (parsed == kParseVersion) {
         ShowVersion();
-        return 2;
+        return kExitVersion;
     }
     if (parsed == kParseUsage) {
         ShowUsage();
-        return 7;
+        return kExitUsage;
     }
 
     OSSInitialize(argc, argv);

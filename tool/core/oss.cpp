@@ -15,6 +15,7 @@
 #include "core.h"
 #include "fw_strings.h"
 #include "messages.h"
+#include "run_sequence.h"
 
 struct termios g_CurKbdMode;
 int32_t g_bKbdModeSaved;
@@ -79,11 +80,11 @@ int OSSInitialize(int, char **) {
 
     if (getuid() != 0) {
         std::fputs("Error: You must be root to use this program.\n", stderr);
-        std::exit(1);
+        std::exit(kExitNotRoot);
     }
     if (OSSInitCriticalSection() != 0) {
         std::fputs("*** UNABLE TO INITIALIZE...TERMINATING...\n\n", stderr);
-        std::exit(1);
+        std::exit(kExitNotRoot);
     }
 
     char cwd[kConfigPathSize] = {};
