@@ -80,3 +80,15 @@ extern "C" uint32_t IHmFoGetFoDriverVersion(int Device, HMFO_DRIVER_VERSION *pVe
         return HMX_ERR_OUT_OF_MEMORY;
     }
 }
+
+int vxapi_hba_support_new_cfg_store(uint32_t /*handle*/, int api_idx) {
+    if (!vxapi_valid_index(api_idx)) return 0;
+    vxapi_priv_db_t &rec = api_priv_data[api_idx];
+    if (rec.features & VXF_NEW_CFG_STORE) return 1;  // asked before
+    EXT_LN_DRIVER_DATA data{};
+    uint32_t status = 0;
+    if (vxapi_get_driver_specifics(rec.oshandle, api_idx, &data, &status) != 0 || status != 0) return 0;
+    if (!vxapi_driver_new_cfg_store({data.Major, data.Minor, data.Patch, data.Beta})) return 0;
+    rec.features |= VXF_NEW_CFG_STORE;
+    return 1;
+}
