@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Command line parsing, the message channels and the string routines.
 #include <gtest/gtest.h>
+#include <sys/utsname.h>
 
 #include <cstring>
 #include <string>
@@ -9,6 +10,8 @@
 #include "cmdline.h"
 #include "fw_strings.h"
 #include "messages.h"
+#include "oss.h"
+#include "usage.h"
 
 namespace {
 
@@ -172,6 +175,18 @@ TEST(Strings, TrimmingAndCleaning) {
     char small[4];
     CopyText(small, "abcdef");
     EXPECT_STREQ(small, "abc");
+}
+
+TEST(HostType, TestsLookAtTheMachineName) {
+    // No release files under this directory: system name and machine.
+    OSSFillHostIdentity("/nonexistent-release-dir/");
+    struct utsname names {};
+    ASSERT_EQ(uname(&names), 0);
+    EXPECT_EQ(std::string(g_hostSystemType), std::string(names.sysname) + " " + names.machine);
+    EXPECT_EQ(isHostSystemType(names.machine), 1);
+    EXPECT_EQ(isHostSystemType("IA64"), std::strstr(names.machine, "IA64") != nullptr ? 1 : 0);
+    EXPECT_EQ(isSUNi86PC(), 0);
+    EXPECT_EQ(GetHostInformation(nullptr), -1);
 }
 
 }  // namespace
