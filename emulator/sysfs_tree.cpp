@@ -254,8 +254,9 @@ void SysfsTree::log_attr(const SysfsNode &n, const char *op, uint64_t off, uint6
         e.adapter = host_.adapters[static_cast<size_t>(n.adapter)].name;
         e.function = static_cast<unsigned>(n.function);
     }
-    e.offset = off;
-    e.length = len;
+    // A control command reports the flash window it opened, not its own bytes.
+    if (!e.offset) e.offset = off;
+    if (!e.length) e.length = len;
     e.status = -static_cast<int64_t>(err);
     log_.record(e);
 }
