@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: MIT
+// NVRAM variables: where each named setting lives inside an NVRAM image, in
+// both image formats, and the pure read/write routines over an image buffer.
+// Nothing here talks to an adapter; the public calls hand in the image the
+// caller read with HmGetNVRam.
+#ifndef VX_HMNVR_H
+#define VX_HMNVR_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace vxhmx {
+
+// Variable numbers. The order is part of the public interface.
+enum EnumNVRAMVar : uint32_t {
+    NVRAMVarId = 0,
+    NVRAMVarVersion,
+    NVRAMVarRiscVersion,
+    NVRAMVarRiscEnableHardLoopID,
+    NVRAMVarEnableFairness,
+    NVRAMVarEnableFullDuplex,
+    NVRAMVarEnableFastPosting,
+    NVRAMVarEnableTargetMode,
+    NVRAMVarDisableInitiatorMode,
+    NVRAMVarEnableADISC,
+    NVRAMVarTargetInquiryData,  // 10
+    NVRAMVarEnablePDBCNotify,
+    NVRAMVarNonParticipatingLIP,
+    NVRAMVarDescendingSearchLoopID,
+    NVRAMVarAcquireLoopIDInLIPA,
+    NVRAMVarStopPortQOnFullStatus,
+    NVRAMVarFullLoginAfterLIP,
+    NVRAMVarNodeNameOption,
+    NVRAMVarExtIFWCBEnableBit,
+    NVRAMVarFramePayloadSize,
+    NVRAMVarMaxIocbAllocation,  // 20
+    NVRAMVarExecutionThrottle,
+    NVRAMVarRetryCount,
+    NVRAMVarRetryDelay,
+    NVRAMVarPortName0,
+    NVRAMVarPortName1,
+    NVRAMVarPortName2,
+    NVRAMVarPortName3,
+    NVRAMVarPortName4,
+    NVRAMVarPortName5,
+    NVRAMVarPortName6,  // 30
+    NVRAMVarPortName7,
+    NVRAMVarAdapterHardLoopID,
+    NVRAMVarInquiryData,
+    NVRAMVarLoginTimeout,
+    NVRAMVarNodeName0,
+    NVRAMVarNodeName1,
+    NVRAMVarNodeName2,
+    NVRAMVarNodeName3,
+    NVRAMVarNodeName4,
+    NVRAMVarNodeName5,  // 40
+    NVRAMVarNodeName6,
+    NVRAMVarNodeName7,
+    NVRAMVarTimerOperationMode,
+    NVRAMVarInitConfigMode,
+    NVRAMVarEnableNonPartOnLIHAFailure,
+    NVRAMVarEnableClass2,
+    NVRAMVarEnableAck0,
+    NVRAMVarEnableFCTape,
+    NVRAMVarEnableFCConfirm,
+    NVRAMVarEnableCRN,  // 50
+    NVRAMVarNoLogoOnLinkDown,
+    NVRAMVarResponseAccumulationTimer,
+    NVRAMVarInterruptDelayTimer,
+    NVRAMVarEnableReadXfrRdy,
+    NVRAMVarFcpRspPayload,
+    NVRAMVarRecvOutOfOrderDataBit,
+    NVRAMVarDataRate,
+    NVRAMVarDisableBIOS,
+    NVRAMVarDisableLUNs,
+    NVRAMVarEnableSelectableBoot,  // 60
+    NVRAMVarDisableRISCCodeLoad,
+    NVRAMVarSetCacheLineSize1,
+    NVRAMVarPCIParityDisable,
+    NVRAMVarEnableExtendedLogging,
+    NVRAMVarEnable64BitsAddressing,
+    NVRAMVarEnableLIPReset,
+    NVRAMVarEnableLIPFullLogin,
+    NVRAMVarEnableTargetReset,
+    NVRAMVarEnableDatabaseStorage,
+    NVRAMVarEnableCacheFlushRead,  // 70
+    NVRAMVarEnableDatabaseLoad,
+    NVRAMVarBootNodeName0,
+    NVRAMVarBootNodeName1,
+    NVRAMVarBootNodeName2,
+    NVRAMVarBootNodeName3,
+    NVRAMVarBootNodeName4,
+    NVRAMVarBootNodeName5,
+    NVRAMVarBootNodeName6,
+    NVRAMVarBootNodeName7,
+    NVRAMVarBootLUNNumber,  // 80
+    NVRAMVarResetDelay,
+    NVRAMVarPortDownRetryCount,
+    NVRAMVarMaximumLUNsPerTarget,
+    NVRAMVarFcodeBootPortName0,
+    NVRAMVarFcodeBootPortName1,
+    NVRAMVarFcodeBootPortName2,
+    NVRAMVarFcodeBootPortName3,
+    NVRAMVarFcodeBootPortName4,
+    NVRAMVarFcodeBootPortName5,
+    NVRAMVarFcodeBootPortName6,  // 90
+    NVRAMVarFcodeBootPortName7,
+    NVRAMVarSelectiveLogin,
+    NVRAMVarEnableAltBootDevice,
+    NVRAMVarEnableBootOrderList,
+    NVRAMVarEnableSelectiveLUN,
+    NVRAMVarForceWorldLogin,
+    NVRAMVarLinkDownTimeout,
+    NVRAMVarAlt1BootPortName0,
+    NVRAMVarAlt1BootPortName1,
+    NVRAMVarAlt1BootPortName2,  // 100
+    NVRAMVarAlt1BootPortName3,
+    NVRAMVarAlt1BootPortName4,
+    NVRAMVarAlt1BootPortName5,
+    NVRAMVarAlt1BootPortName6,
+    NVRAMVarAlt1BootPortName7,
+    NVRAMVarAlt1BootLUNNumber,
+    NVRAMVarAlt2BootPortName0,
+    NVRAMVarAlt2BootPortName1,
+    NVRAMVarAlt2BootPortName2,
+    NVRAMVarAlt2BootPortName3,  // 110
+    NVRAMVarAlt2BootPortName4,
+    NVRAMVarAlt2BootPortName5,
+    NVRAMVarAlt2BootPortName6,
+    NVRAMVarAlt2BootPortName7,
+    NVRAMVarAlt2BootLUNNumber,
+    NVRAMVarAlt3BootPortName0,
+    NVRAMVarAlt3BootPortName1,
+    NVRAMVarAlt3BootPortName2,
+    NVRAMVarAlt3BootPortName3,
+    NVRAMVarAlt3BootPortName4,  // 120
+    NVRAMVarAlt3BootPortName5,
+    NVRAMVarAlt3BootPortName6,
+    NVRAMVarAlt3BootPortName7,
+    NVRAMVarAlt3BootLUNNumber,
+    NVRAMVarSubSystemVendorID0,
+    NVRAMVarSubSystemDeviceID0,
+    NVRAMVarSubSystemVendorID1,
+    NVRAMVarSubSystemDeviceID1,
+    NVRAMVarCheckSum,  // 129
+    NVRAMVarEnd        // 130, end marker
+};
+static_assert(NVRAMVarCheckSum == 129 && NVRAMVarEnd == 130);
+static_assert(NVRAMVarPortName3 == 27 && NVRAMVarEnableAltBootDevice == 93 &&
+              NVRAMVarAlt2BootLUNNumber == 115);
+
+// The two image formats. The FCX14x-class chips use the extended one.
+enum class NvramFormat { Basic, Extended };
+
+// Size of a whole NVRAM block per format (what HmGetNVRam returns).
+inline constexpr std::size_t kNvramBasicSize = 256;
+inline constexpr std::size_t kNvramExtendedSize = 512;
+
+// Place marker of a variable that the extended format does not carry.
+inline constexpr uint32_t kNvramNotPresent = 0xDEADDEADu;
+
+// Status codes these routines return (library codes).
+inline constexpr uint32_t kNvramOk = 0;
+inline constexpr uint32_t kNvramInvalidParameter = 0x20000064u;
+inline constexpr uint32_t kNvramMaskMiss = 0x20000075u;
+
+// Place of one variable in one format. Basic: `pos` is a 16-bit word index
+// into the image; extended: a byte offset (or kNvramNotPresent).
+struct NvramPlace {
+    uint32_t pos;
+    uint8_t bit;
+    uint8_t len;
+};
+
+// Setting bits carried per variable. The read-only and visible mask tables
+// select from them by the adapter's subsystem device ID (variable 128).
+inline constexpr uint16_t kNvSetFactory = 0x0001;   // identity data, written at manufacture
+inline constexpr uint16_t kNvSetUser = 0x0002;      // ordinary user setting
+inline constexpr uint16_t kNvSetBoot = 0x0004;      // boot device selection
+inline constexpr uint16_t kNvSetAdvanced = 0x0008;  // firmware tuning, for experts
+inline constexpr uint16_t kNvSetName = 0x0010;      // world-wide names
+inline constexpr uint16_t kNvSetLegacy = 0x0020;    // loop-era options, hidden on new adapters
+
+// Extended format for FCX140, FCX141, FCX144, FCX145, FCX150, FCX160, FCX180.
+bool vxhmnvr_uses_extended_format(uint16_t pci_device_id);
+inline NvramFormat vxhmnvr_format_for_device(uint16_t pci_device_id) {
+    return vxhmnvr_uses_extended_format(pci_device_id) ? NvramFormat::Extended : NvramFormat::Basic;
+}
+
+// Table accessors. Out-of-range numbers give a not-present place, empty
+// texts and no setting bits.
+NvramPlace vxhmnvr_place(NvramFormat format, uint32_t var);
+const char *vxhmnvr_short_name(uint32_t var);
+// The description list is one entry short from NVRAMVarEnableAltBootDevice
+// on ("Enable Alt Boot DeviceEnable Boot Order List" is a single text), so
+// descriptions stand one place later than their variables; the last one is "".
+const char *vxhmnvr_description(uint32_t var);
+uint16_t vxhmnvr_setting_bits(uint32_t var);
+// The ten-entry mask tables, indexed by variable 128's value (0..8, else 9).
+uint16_t vxhmnvr_readonly_mask(uint32_t subsys_device_id);
+uint16_t vxhmnvr_visible_mask(uint32_t subsys_device_id);
+// 2^n - 1 for n = 0..32; n above 32 gives 0.
+uint32_t vxhmnvr_mask(uint32_t nbits);
+
+// Value of a variable in the image; 0 for a number above 129, an absent
+// place, or a place that lies (partly) beyond the end of the image.
+uint32_t VXHMNVR_GetVariableValue(std::span<const uint8_t> image, NvramFormat format, uint32_t var);
+
+// Changes one variable in the image. 0x20000064 for a number above 129 or a
+// place beyond the end of the image (nothing written); 0 without change for
+// a place absent from the format or a value already in place. The NVRAM
+// checksum is left alone: the NVRAM write recomputes it.
+uint32_t VXHMNVR_SetVariableValue(std::span<uint8_t> image, NvramFormat format, uint32_t var,
+                                  uint32_t value);
+
+// 0 when the variable's setting bits meet the read-only (visible) mask
+// chosen by variable 128 of the image (0..8, anything else entry 9);
+// 0x20000075 otherwise; 0x20000064 for a number above 129.
+uint32_t VXHMNVR_IsVariableReadOnly(std::span<const uint8_t> image, NvramFormat format, uint32_t var);
+uint32_t VXHMNVR_IsVariableVisible(std::span<const uint8_t> image, NvramFormat format, uint32_t var);
+
+}  // namespace vxhmx
+
+#endif  // VX_HMNVR_H
