@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: MIT
+// Flash layouts, region map, write-path choice and sector alignment.
+#include "vx_layout.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace vxhmx {
+namespace {
+
+using namespace chipid;
+
+// Completion codes (as the driver reports them) and library statuses.
+constexpr uint32_t kExtStatusOk = 0;
+constexpr uint32_t kExtStatusBufferTooSmall = 16;
+constexpr uint32_t kHmOk = 0;
+constexpr uint32_t kHmInvalidParameter = 0x20000064;
+constexpr uint32_t kHmNotSupported = 0x20000066;
+constexpr uint32_t kHmBufferSmallerThanRegion = 0x20000084;
+constexpr uint32_t kHmRegionZero = 0x20000089;
+
+constexpr INT_OPT_ROM_REGION row(uint32_t code, uint32_t size, uint32_t beg) {
+    return {code, size, beg, beg + size - 1};
+}
+
+// FCX160: boot code and firmware share the first MiB; the small areas,
+// the per-function VPD and NVRAM blocks live above it.
+constexpr std::array kLayoutFCX160{
+    row(0xFF, 0x100000, 0),        row(0x07, 0x80000, 0),        row(0x01, 0x80000, 0x80000),
+    row(0x08, 0x10000, 0x120000),  row(0x13, 0x20000, 0x100000), row(0x14, 0x200, 0x120000),
+    row(0x15, 0x200, 0x120200),    row(0x16, 0x200, 0x120400),   row(0x17, 0x200, 0x120600),
+    row(0x2B, 0x8000, 0x148000),   row(0x29, 0x4000, 0x170000),  row(0x2A, 0x4000, 0x174000),
+};
+constexpr std::array kLayoutFCX14x{
+    row(0xFF, 0x100000, 0), row(0x07, 0x40000, 0),       row(0x29, 0x4000, 0x58000),
+    row(0x2A, 0x4000, 0x5C000), row(0x01, 0x80000, 0x80000),
+};
+constexpr std::array kLayoutFCX127{row(0xFF, 0x100000, 0), row(0x06, 0x100000, 0)};
+constexpr std::array kLayoutFCX126{row(0xFF, 0x20000, 0), row(0x04, 0x20000, 0)};
+constexpr std::array kLayoutFCX123{row(0xFF, 0x100000, 0), row(0x05, 0x100000, 0)};
+constexpr std::array kLayoutOther{row(0xFF, 0x20000, 0), row(0x02, 0x20000, 0)};
+constexpr std::array kLayoutOem{row(0xFF, 0x20000, 0), row(0x03, 0x20000, 0)};
+
+static_assert(kLayoutFCX160[1].End == 0x7FFFF && kLayoutFCX160[11].End == 0x177FFF);
+static_assert(kLayoutFCX14x[3].End == 0x5FFFF);
+
+bool is_oem_table_adapter(uint16_t subsys_vendor, uint16_t subsys_device) {
+    if (subsys_vendor == OemSubsysVendor)
+        return subsys_device == 0x12BA || subsys_device == 0x12C2 || subsys_device == 0x12C7 ||
+               subsys_device == 0x12C9;
+    return subsys_vendor == MakerVendor && subsys_device == 0x0131;
+}
+
+uint32_t le32(std::span<const uint8_t> b, std::size_t off) {
+    return uint32_t{b[off]} | uint32_t{b[off + 1]} << 8 | uint32_t{b[off + 2]} << 16 |
+           uint32_t{b[off + 3]} << 24;
+}
+
+}  // namespace
+
+std::span<const INT_OPT_ROM_REGION> vxlayout_fixed_rows(uint16_t device_id, uint16_t subsys_vendor,
+                                                            uint16_t subsys_device) {
+    switch (device_id) {
+    case FCX160:
+        return kLayoutFCX160;
+    case FCX140: case FCX141: case FCX144: case FCX145: case FCX150:
+        return kLayoutFCX14x;
+    case FCX127:
+        return kLayoutFCX127;
+    case FCX126:
+        return kLayoutFCX126;
+    case FCX123:
+        return kLayoutFCX123;
+    default:
+        return is_oem_table_adapter(subsys_vendor, subsys_device) ? std::span<const INT_OPT_ROM_REGION>(kLayoutOem)
+                                                                  : std::span<const INT_OPT_ROM_REGION>(kLayoutOther);
+    }
+}
+
+uint32_t vxlayout_fixed_min_size(uint16_t device_id, uint16_t subsys_vendor, uint16_t subsys_device) {
+    const auto rows = vxlayout_fixed_rows(device_id, subsys_vendor, subsys_device);
+    if (rows.data() == kLayoutFCX160.data()) return 208;
+    if (rows.data() == kLayoutFCX14x.data()) return 96;
+    return 48;
+}
+
+uint32_t vxlayout_fill_fixed(uint16_t device_id, uint16_t subsys_vendor, uint16_t subsys_device,
+                                 INT_OPT_ROM_LAYOUT &layout, uint32_t buffer_size) {
+    if (buffer_size < vxlayout_fixed_min_size(device_id, subsys_vendor, subsys_device))
+        return kExtStatusBufferTooSmall;
+    const auto rows = vxlayout_fixed_rows(device_id, subsys_vendor, subsys_device);
+    layout = INT_OPT_ROM_LAYOUT{};
+    layout.NoOfRegions = static_cast<uint32_t>(rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        layout.Region[i] = rows[i];
+        if ((rows[i].Region & kRegionCodeMask) == HMX_OPT_ROM_REGION_ALL) layout.Size = rows[i].Size;
+    }
+    return kExtStatusOk;
+}
+
+bool vxlayout_parse_reply(std::span<const uint8_t> reply, INT_OPT_ROM_LAYOUT &layout) {
+    if (reply.size() < 8) return false;
+    layout = INT_OPT_ROM_LAYOUT{};
+    layout.Size = le32(reply, 0);
+    const uint32_t claimed = le32(reply, 4);
+    const std::size_t present = std::min<std::size_t>((reply.size() - 8) / sizeof(INT_OPT_ROM_REGION),
+                                                      kMaxOptRomRegions);
+    const std::size_t count = std::min<std::size_t>(claimed, present);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t off = 8 + i * sizeof(INT_OPT_ROM_REGION);
+        layout.Region[i] = {le32(reply, off), le32(reply, off + 4), le32(reply, off + 8), le32(reply, off + 12)};
+    }
+    layout.NoOfRegions = static_cast<uint32_t>(count);
+    return true;
+}
+
+std::size_t vxlayout_entry_count(const INT_OPT_ROM_LAYOUT &layout) {
+    std::size_t n = 0;
+    while (n < kMaxOptRomRegions && layout.Region[n].Size != 0) ++n;
+    return n;
+}
+
+void vxlayout_map_region(const INT_OPT_ROM_LAYOUT &layout, uint32_t region, uint32_t &offset, uint32_t &size) {
+    if (region == kRegionRawFlash) return;
+    const std::size_t n = vxlayout_entry_count(layout);
+    for (std::size_t i = 0; i < n; ++i) {
+        if ((layout.Region[i].Region & kRegionCodeMask) == region) {
+            offset = layout.Region[i].Beg;
+            size = layout.Region[i].Size;
+            return;
+        }
+    }
+    // The terminating entry: all zero in a full table, absent when all 255
+    // slots are used.
+    offset = n < kMaxOptRomRegions ? layout.Region[n].Beg : 0;
+    size = 0;
+}
+
+const INT_OPT_ROM_REGION *vxlayout_find_region(const INT_OPT_ROM_LAYOUT &layout, uint32_t region) {
+    for (std::size_t i = 0; i < kMaxOptRomRegions; ++i)
+        if ((layout.Region[i].Region & kRegionCodeMask) == region) return &layout.Region[i];
+    return nullptr;
+}
+
+OptRomWritePath vxlayout_write_path(uint32_t region) {
+    if ((region >= 0x01 && region <= 0x07) || region == 0xFF) return OptRomWritePath::Preserving;
+    if (region == 0x13 || (region >= 0x29 && region <= 0x2E) || region == 0x40 || region == 0x41 ||
+        (region >= 0x45 && region <= 0x47))
+        return OptRomWritePath::Plain;
+    return OptRomWritePath::Refused;
+}
+
+uint32_t vxlayout_check_region_write(const INT_OPT_ROM_LAYOUT &layout, uint32_t region, uint32_t buffer_size,
+                                  const INT_OPT_ROM_REGION **entry) {
+    const INT_OPT_ROM_REGION *found = vxlayout_find_region(layout, region);
+    if (found == nullptr) return kHmInvalidParameter;
+    if ((found->Region & kRegionReadOnly) != 0) return kHmNotSupported;
+    if (buffer_size < found->Size) return kHmBufferSmallerThanRegion;
+    if (region == 0) return kHmRegionZero;
+    if (entry != nullptr) *entry = found;
+    return kHmOk;
+}
+
+uint32_t vxlayout_activation_code(uint16_t device_id, uint32_t region_with_attributes) {
+    if (device_id != FCX180) return 0;
+    if ((region_with_attributes & (kRegionActivate | kRegionActivateAlt)) == 0) return 0;
+    switch (region_with_attributes & kRegionCodeMask) {
+    case 0x01:
+        return 0x2025C;
+    case 0x40: case 0x41: case 0x45:
+        return 0x2025D;
+    default:
+        return 0;
+    }
+}
+
+SectorAligned vxlayout_sector_align(uint32_t offset, std::span<const uint8_t> data, uint32_t sector_size,
+                                 uint32_t flash_size, const FlashReader &read) {
+    SectorAligned out;
+    const uint64_t end = uint64_t{offset} + data.size();
+    if (!read || sector_size == 0 || data.empty() || end > flash_size) return out;
+
+    const uint64_t win_beg = offset - offset % sector_size;
+    uint64_t win_end = (end + sector_size - 1) / sector_size * sector_size;
+    if (win_end > flash_size) win_end = flash_size;  // a short last sector ends with the flash
+
+    out.offset = static_cast<uint32_t>(win_beg);
+    out.size = static_cast<uint32_t>(win_end - win_beg);
+    if (win_beg == offset && win_end == end) {
+        out.status = kExtStatusOk;
+        return out;
+    }
+    out.buffer.assign(out.size, 0);
+    const std::size_t head = offset - win_beg;
+    const std::size_t tail = static_cast<std::size_t>(win_end - end);
+    if (head > 0) {
+        const uint32_t st = read(out.offset, std::span<uint8_t>(out.buffer.data(), head));
+        if (st != kExtStatusOk) return SectorAligned{st, 0, 0, {}};
+    }
+    if (tail > 0) {
+        const uint32_t st = read(static_cast<uint32_t>(end),
+                                 std::span<uint8_t>(out.buffer.data() + head + data.size(), tail));
+        if (st != kExtStatusOk) return SectorAligned{st, 0, 0, {}};
+    }
+    std::memcpy(out.buffer.data() + head, data.data(), data.size());
+    out.status = kExtStatusOk;
+    return out;
+}
+
+}  // namespace vxhmx
