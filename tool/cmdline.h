@@ -38,5 +38,5 @@ void CleanUpArgumentList();
 int ParseArg(int argc, char **argv);
 int ProcessArg();
 
-// Copies of the arguments the first pass kept (for inspection by tests).
+// Number of arguments the first pass copied; 0 again once ParseArg returns.
 uint16_t GetArgumentCount();
