@@ -75,8 +75,9 @@ struct FlashLayout {
 [[nodiscard]] std::vector<uint8_t> encode_layout(const FlashLayout &layout, size_t capacity = SIZE_MAX);
 
 // Parses the wire form back (stops at the first entry of size 0 or at
-// NoOfRegions). nullopt on a short buffer or an entry that lies outside
-// the flash or ends before it begins.
+// NoOfRegions). nullopt on a short buffer or an entry whose end does not
+// match its begin and size. (Regions may lie beyond `size`: the FCX160 table
+// lists areas past the 1 MiB of its 0xFF row.)
 [[nodiscard]] std::optional<FlashLayout> decode_layout(const std::vector<uint8_t> &bytes);
 
 }  // namespace vxemu

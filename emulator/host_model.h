@@ -94,56 +94,16 @@
 #include <vector>
 
 #include "flash_layout.h"
+#include "imagekit.h"
 
 namespace vxemu {
 
-// ---------------------------------------------------------------- results
-
-struct Error {
-    int status = 0;  // non-zero on failure
-    std::string message;
-};
-
-// Success or an Error; never throws.
-class [[nodiscard]] Status {
-public:
-    Status() = default;
-    static Status fail(std::string message, int status = 1) { return Status(Error{status, std::move(message)}); }
-    [[nodiscard]] bool ok() const { return err_.status == 0; }
-    explicit operator bool() const { return ok(); }
-    [[nodiscard]] const Error &error() const { return err_; }
-
-private:
-    explicit Status(Error e) : err_(std::move(e)) {}
-    Error err_;
-};
-
-template <class T>
-class [[nodiscard]] Result {
-public:
-    Result(T value) : value_(std::move(value)) {}  // NOLINT: implicit on purpose
-    Result(Status failed) : err_(failed.error()) {  // NOLINT
-        if (err_.status == 0) err_ = Error{1, "unspecified failure"};
-    }
-    static Result fail(std::string message, int status = 1) { return Result(Status::fail(std::move(message), status)); }
-    [[nodiscard]] bool ok() const { return value_.has_value(); }
-    explicit operator bool() const { return ok(); }
-    [[nodiscard]] T &value() & { return *value_; }
-    [[nodiscard]] const T &value() const & { return *value_; }
-    [[nodiscard]] T &&value() && { return std::move(*value_); }
-    [[nodiscard]] const Error &error() const { return err_; }
-
-private:
-    std::optional<T> value_;
-    Error err_;
-};
+// Error, Status and Result<T> come from imagekit.h.
 
 // ---------------------------------------------------------------- model
 
 enum class Transport : uint8_t { sysfs, ioctl, ioctl_old };
 [[nodiscard]] const char *transport_name(Transport t);
-
-enum class NvramFormat : uint8_t { basic, extended };
 
 // A boot image revision as the PCI data structure holds it (major in the high
 // byte of the revision word).
