@@ -2,6 +2,8 @@
 // VPD field walk, field rendering and VPD image checks.
 #include "vpd_fields.h"
 
+#include "messages.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdarg>
@@ -41,14 +43,17 @@ Render rule_for(std::span<const uint8_t> field) {
     return Render::Nothing;
 }
 
+// Traces go to the caller's sink when given, else to the agent channel.
 [[gnu::format(printf, 2, 3)]] void trace_line(VpdTraceSink sink, const char *fmt, ...) {
-    if (sink == nullptr) return;
     char line[256];
     va_list ap;
     va_start(ap, fmt);
     std::vsnprintf(line, sizeof line, fmt, ap);
     va_end(ap);
-    sink(line);
+    if (sink != nullptr)
+        sink(line);
+    else
+        FwTrace("%s", line);
 }
 
 // Copies the text of the data bytes (a zero byte ends it) into `out`,

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <span>
 
-// Receives one trace line; may be null (no tracing).
+// Receives one trace line; null sends the traces to the agent log channel.
 using VpdTraceSink = void (*)(const char *line);
 
 inline constexpr std::size_t kVpdBufferSize = 512;
