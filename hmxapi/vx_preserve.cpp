@@ -31,6 +31,13 @@ bool bytes_equal(std::span<const uint8_t> b, std::size_t off, std::string_view t
     return std::memcmp(b.data() + off, text.data(), text.size()) == 0;
 }
 
+// The subsystem vendor label: "SSVID" written so that it ends at byte 31
+// (28..31 read "SVID"); images that carry its first four letters at 28..31
+// are recognised too.
+bool has_ssvid_label(std::span<const uint8_t> b, std::size_t image_off) {
+    return bytes_equal(b, image_off + kSsvidTag, "SVID") || bytes_equal(b, image_off + kSsvidTag, "SSVI");
+}
+
 // [begin, begin + len) ends at or before `limit` (no overflow).
 bool range_inside(std::size_t begin, std::size_t len, std::size_t limit) {
     return begin <= limit && len <= limit - begin;
@@ -99,7 +106,7 @@ PreserveReport vxpreserve_adapter_data(std::span<const uint8_t> current, std::sp
 
     const auto cur_marker = vxrom_find_marker(current, 0, kCurrentMarkerWindow);
     rep.current_marker = cur_marker.has_value();
-    const bool cur_ssvid = bytes_equal(current, kSsvidTag, "SSVI") && range_inside(kSsvidValue, 2, current.size());
+    const bool cur_ssvid = has_ssvid_label(current, 0) && range_inside(kSsvidValue, 2, current.size());
     const bool cur_block_ok =
         cur_marker && range_inside(*cur_marker + kMarkerToBlock, block_size, current.size());
 
@@ -115,7 +122,7 @@ PreserveReport vxpreserve_adapter_data(std::span<const uint8_t> current, std::sp
                 img->length != 0 && range_inside(off, img->length, image.size()) ? off + img->length : image.size();
             bool changed = false;
 
-            if (cur_ssvid && bytes_equal(image, off + kSsvidTag, "SSVI") &&
+            if (cur_ssvid && has_ssvid_label(image, off) &&
                 range_inside(off + kSsvidValue, 2, extent_end) &&
                 std::memcmp(image.data() + off + kSsvidValue, current.data() + kSsvidValue, 2) != 0) {
                 std::memcpy(image.data() + off + kSsvidValue, current.data() + kSsvidValue, 2);

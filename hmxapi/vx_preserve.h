@@ -66,7 +66,8 @@ struct PreserveReport {
 // Carries the adapter data from `current` (the region's present contents)
 // into `image` (the new image, changed in place). Only x86 images of the new
 // chain (at most 10) are touched: bytes 32/33 when both sides carry the
-// "SSVI" tag at 28..31, and the parameter block of `block_size` bytes that
+// "SSVID" label at 28..31 (as "SVID", the label ending at byte 31, or as its
+// first four letters), and the parameter block of `block_size` bytes that
 // starts 2 bytes after the "MEFCX " marker when both sides have one. A block
 // that would run past either buffer, or past the new image, is skipped; an
 // image that cannot be sealed again is left as it was.

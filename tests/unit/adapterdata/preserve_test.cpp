@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <random>
 
 #include "test_images.h"
@@ -53,6 +54,20 @@ TEST(Preserve, CopiesBlockAfterMarkerAndSsvidAndSealsAgain) {
         EXPECT_TRUE(testimg::sealed(img, 0));
         EXPECT_TRUE(std::equal(img.begin() + 6 * 512, img.end(), before.begin() + 6 * 512));  // EFI image untouched
     }
+}
+
+// Either form of the label counts; one side without it stops the copy.
+TEST(Preserve, SsvidNeedsTheLabelOnBothSides) {
+    const auto cur = current_flash();
+    auto four_letters = new_image();
+    std::memcpy(&four_letters[28], "SSVI", 4);
+    EXPECT_EQ(vxpreserve_adapter_data(cur, four_letters, 256).ssvid_copied, 1u);
+    EXPECT_EQ(four_letters[32], 0x34);
+
+    auto unlabelled = new_image();
+    std::memset(&unlabelled[27], 0, 5);
+    EXPECT_EQ(vxpreserve_adapter_data(cur, unlabelled, 256).ssvid_copied, 0u);
+    EXPECT_EQ(unlabelled[32], 0xFF);
 }
 
 // Byte L-2 is outside the sum: two images that differ only there get the

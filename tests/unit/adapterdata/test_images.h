@@ -21,7 +21,7 @@ struct Rom {
     uint8_t blocks = 4;  // 512-byte units
     bool last = false;
     uint16_t revision = 0x0102;
-    std::optional<uint16_t> ssvid{};        // "SSVI" tag and value at 28..33
+    std::optional<uint16_t> ssvid{};        // "SSVID" label ending at 31, value at 32..33
     std::optional<std::size_t> marker_at{};  // "MEFCX " and a block after it
     uint8_t fill = 0x11;                    // body bytes (and the parameter block)
 };
@@ -46,7 +46,7 @@ inline std::vector<uint8_t> rom(const Rom &r) {
     b[24] = kPcirAt;
     b[25] = 0;
     if (r.ssvid) {
-        std::memcpy(&b[28], "SSVI", 4);
+        std::memcpy(&b[27], "SSVID", 5);
         b[32] = static_cast<uint8_t>(*r.ssvid);
         b[33] = static_cast<uint8_t>(*r.ssvid >> 8);
     }
