@@ -51,16 +51,19 @@
 //     "chunked": true,                // sysfs: accepts "1:%x:%x"/"2:%x:%x"
 //     "driver_version": "8.07.03-k",  // default: driver.version_text
 //     "firmware_version": "8.02.01",  // running firmware; default: from flash
-//     "model": "VX2162-F8",           // default model of every function
-//     "serial": "VXA1234567",         // default serial of function 0 (others: +fn)
-//     "flash": {                      // either a file ...
+//     "model": "VX2162",              // default model of every function; default "VX" + chip number
+//     "serial": "VXA4200160",         // serial of every function (one adapter, one serial)
+//     "flash": {                      // either a file (padded with 0xFF to the chip's flash) ...
 //       "file": "lab160.bin",         // relative to the host file's directory
-//       // ... or built from versions (absent version = image not carried):
+//       // ... or built from versions: an absent version is 1.00 / 1.0.0,
+//       // null or "" leaves that image out; chips without a firmware image
+//       // (128 KiB flash) refuse "firmware"
 //       "bios": "1.10", "fcode": "2.05", "efi": "1.07", "firmware": "8.2.1",
 //       "common_bios": true,          // BIOS carries the "MODL" common marker
 //       "firmware_family": "FCX16"    // default: from the chip
 //     },
-//     "layout": {                     // default: the chip's table
+//     "layout": {                     // default: the chip's own table (FCX160,
+//                                     // FCX180) or its fixed table; needs a 0xFF row
 //       "sector_size": "0x10000",
 //       "regions": [ { "code": "0x01", "beg": "0x80000", "size": "0x80000",
 //                      "read_only": false, "activate": true } ]
@@ -69,13 +72,15 @@
 //       "pci": "0000:05:00.0",
 //       "vendor_id": "0x1DE5", "device_id": "0x0160",   // default: the chip's ID
 //       "ssvid": "0x1DE5", "ssdid": "0x0160",           // default: maker / device ID
-//       "host": 5,                    // SCSI host number; default 5 + running index
+//       "host": 5,                    // SCSI host number; default: the next free one from 5
 //       "wwnn": "20:00:00:24:ff:00:00:01", "wwpn": "21000024ff000001",
 //       "port_id": "0x010200",
 //       "link_state": "Link Up - F_Port", "speed": "8 Gbit",
 //       "port_state": 2, "port_type": 1, "connection_mode": 1, "speed_code": 8,
 //       "model": "...", "serial": "...",
 //       "nvram_file": "n.bin", "vpd_file": "v.bin",    // else built from the above
+//       // VPD fields: PN (default model), EC (default "A01"), SN (default serial),
+//       // any other two-character keyword, and "id" for the identifier string
 //       "vpd": { "pn": "VX2162", "ec": "A01", "sn": "...", "v0": "..." }
 //     } ]
 //   } ]
@@ -182,7 +187,10 @@ struct Adapter {
     std::string model;
     std::vector<PortFunction> functions;
     std::vector<uint8_t> flash;       // one image per adapter, shared by its functions
-    FlashLayout layout;               // the layout the adapter reports / the library uses
+    // The layout the adapter reports / the library uses. layout.size is the
+    // 0xFF row: 1 MiB on an FCX160 although its flash holds 2 MiB (its table
+    // lists areas beyond the 0xFF row); bounds always come from flash.size().
+    FlashLayout layout;
     AdapterVersions versions;         // derived from `flash`
     std::string driver_version;       // "driver_version" attribute text
     std::string firmware_version;     // running firmware text ("fw_version")
