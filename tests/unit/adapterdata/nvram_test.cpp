@@ -185,11 +185,6 @@ TEST(NvramVariables, DescriptionsKeepTheirShift) {
     EXPECT_STREQ(vxhmnvr_short_name(NVRAMVarCheckSum), "CheckSum");
 }
 
-TEST(NvramVariables, MaskTable) {
-    for (uint32_t n = 0; n <= 32; ++n) EXPECT_EQ(vxhmnvr_mask(n), static_cast<uint32_t>((uint64_t{1} << n) - 1)) << n;
-    EXPECT_EQ(vxhmnvr_mask(33), 0u);
-}
-
 // Variable 128 of the same image picks the mask: 0..8 their own entry,
 // anything above entry 9.
 TEST(NvramVariables, ReadOnlyAndVisibleFollowSubsystemDevice) {
