@@ -233,9 +233,11 @@ Result<std::vector<uint8_t>> build_rom_image(const RomImageSpec &s, bool last) {
     img[p + 0x14] = static_cast<uint8_t>(s.type);
     img[p + 0x15] = last ? 0x80 : 0x00;
 
+    if (s.bad_pcir) img[p] = 'X';
     img[len - 2] = 0;
     if (!seal_rom_image(img, 0)) return Result<std::vector<uint8_t>>::fail("cannot seal the image");
     if (s.bad_checksum) img[len - 1] = static_cast<uint8_t>(img[len - 1] + 1);
+    if (s.bad_signature) img[0] = img[1] = 0;
     return img;
 }
 

@@ -132,6 +132,8 @@ struct RomImageSpec {
     // all:
     size_t blocks = 0;             // image length in 512-byte units (0 = kit default, max 127)
     bool bad_checksum = false;     // store a checksum that does not match
+    bool bad_signature = false;    // 0x55 0xAA replaced by zeros (checksum still sealed)
+    bool bad_pcir = false;         // "PCIR" replaced by "XCIR" (checksum still sealed)
 };
 
 // One image; `last` sets bit 7 of the indicator.

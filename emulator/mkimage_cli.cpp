@@ -31,6 +31,7 @@ constexpr const char *kHelp =
     "             --image TYPE:VERSION[:FLAG...]  one image, in chain order (repeatable);\n"
     "                        TYPE bios|fcode|efi; FLAGs: common (BIOS \"MODL\" marker),\n"
     "                        bad-checksum, no-param (no \"MEFCX \" block), no-ssvid,\n"
+    "                        no-sig (no 0x55 0xAA), no-pcir (no \"PCIR\"),\n"
     "                        blocks=N (length in 512-byte units, at most 127),\n"
     "                        devid=N, vendor=N\n"
     "             --chip CHIP       take device ID, hardware type and chip code from CHIP\n"
@@ -267,6 +268,8 @@ int cmd_optrom(const Args &a) {
             else if (f == "bad-checksum") s.bad_checksum = true;
             else if (f == "no-param") s.param_block = false;
             else if (f == "no-ssvid") s.ssvid_label = false;
+            else if (f == "no-sig") s.bad_signature = true;
+            else if (f == "no-pcir") s.bad_pcir = true;
             else if (f.starts_with("blocks=") || f.starts_with("devid=") || f.starts_with("vendor=")) {
                 const std::string val = f.substr(f.find('=') + 1);
                 auto n = parse_number(val);

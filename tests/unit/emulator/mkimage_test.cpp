@@ -56,6 +56,14 @@ TEST(Mkimage, OptromChainWithOneBrokenChecksumAndPadding) {
     EXPECT_EQ(imgs[2].length, 8u * 512);
     EXPECT_TRUE(imgs[2].last);
     EXPECT_EQ(b.back(), 0xFF);
+
+    // Deliberately damaged chains for the tool's signature checks.
+    ASSERT_EQ(mkimage({"optrom", "--out", out, "--image", "bios:1.0:common", "--image", "efi:1.0:no-sig"}).status, 0);
+    EXPECT_EQ(walk_option_rom(bytes_of(out)).size(), 1u);
+    ASSERT_EQ(mkimage({"optrom", "--out", out, "--image", "bios:1.0:no-pcir"}).status, 0);
+    const auto nopcir = bytes_of(out);
+    EXPECT_TRUE(walk_option_rom(nopcir).empty());
+    EXPECT_TRUE(rom_checksum_ok(nopcir, 0));
 }
 
 TEST(Mkimage, MultibootFirmwareNvramAndVpdFiles) {
