@@ -803,7 +803,8 @@ Result<Host> parse_host_json(std::string_view text, const fs::path &origin) {
             if (!it->is_object()) ps.fail("etc", "expected an object of path: content");
             else
                 for (const auto &[path, content] : it->items()) {
-                    if (!path.starts_with("/etc/") || path.find("..") != std::string::npos || path.size() > 255)
+                    if (!path.starts_with("/etc/") || path.ends_with("/") || path.find("..") != std::string::npos ||
+                        path.find("//") != std::string::npos || path.size() > 255)
                         ps.fail("etc." + path, "path must lie under /etc/");
                     else if (auto c = ps.string(content, "etc." + path, 1 << 20)) host.etc_files[path] = *c;
                 }

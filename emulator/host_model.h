@@ -281,14 +281,21 @@ struct Host {
 // If `dir` holds adapter files from an earlier run (DIR/adapters/<name>/
 // flash.bin, nvram.<fn>.bin, vpd.<fn>.bin), they replace the initial contents
 // of the adapters of that name; versions are derived again. A missing
-// directory or missing files are not an error; a file of the wrong size is.
+// directory or missing files are not an error; a file of the wrong size is,
+// and then nothing is applied. On chips that keep NVRAM/VPD in flash
+// (FCX160, FCX180) flash.bin is authoritative and the block files, written
+// only as a convenience copy, are not read back.
 [[nodiscard]] Status load_state(Host &host, const std::filesystem::path &dir);
 // Writes every adapter's flash, NVRAM and VPD under `dir` (created as needed);
 // each file goes to a temporary name first and is renamed into place.
 [[nodiscard]] Status save_state(const Host &host, const std::filesystem::path &dir);
 
 // Walks the option ROM chain in the boot-code area for the BIOS/FCode/EFI
-// revisions and reads the firmware version from the firmware region.
+// revisions (the first image of each code type; data images with device ID
+// 1..3 are skipped) and reads the firmware version (big-endian words 4, 5, 6)
+// of the image in the firmware region (region 0x01, else 0x80000 on chips
+// whose multiboot flash carries firmware). An image that is missing, broken
+// or fails its segment checksums reports no version.
 void derive_versions(Adapter &adapter);
 
 }  // namespace vxemu
