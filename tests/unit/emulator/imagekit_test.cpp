@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "flash_layout.h"
 #include "imagekit.h"
 
 using namespace vxemu;
@@ -325,4 +326,34 @@ TEST(Parsing, NumbersNamesAndVersions) {
     EXPECT_FALSE(parse_version("1.10", 3));
     EXPECT_FALSE(parse_version("1.256", 2));
     EXPECT_FALSE(parse_version("1..2", 3));
+}
+
+TEST(Readers, TruncatedAndGarbageInputsNeverReadOutOfBounds) {
+    // Every prefix of valid images, and seeded garbage: the readers may
+    // answer anything but must stay inside the buffer (ASan checks this).
+    VpdSpec vs;
+    vs.read_only = {{"PN", "P"}, {"SN", "S"}};
+    const std::vector<std::vector<uint8_t>> goods = {build_option_rom(three_images()).value(), build_firmware(FirmwareSpec{}).value(),
+                                                     build_vpd(vs).value()};
+    auto poke = [](const std::vector<uint8_t> &b) {
+        (void)walk_option_rom(b);
+        (void)rom_checksum_ok(b, 0);
+        (void)inspect_firmware(b);
+        (void)vpd_field(b, "SN");
+        (void)vpd_checksum_ok(b);
+        (void)nvram_get(b, NvramFormat::extended, kNvVarSsDevice);
+        (void)nvram_get(b, NvramFormat::basic, kNvVarSsDevice);
+        (void)find_text(b, "MEFCX ", 0, 0x1FFFA);
+        (void)decode_layout(b);
+    };
+    for (const auto &g : goods)
+        for (size_t n = 0; n <= g.size(); n += (n < 1024 ? 1 : 509)) poke(std::vector<uint8_t>(g.begin(), g.begin() + static_cast<std::ptrdiff_t>(n)));
+    uint32_t x = 7;
+    for (int round = 0; round < 200; ++round) {
+        std::vector<uint8_t> b(static_cast<size_t>(round * 37 % 2048));
+        for (auto &c : b) c = static_cast<uint8_t>((x = x * 1664525u + 1013904223u) >> 24);
+        if (b.size() > 2 && round % 2) b[0] = 0x55, b[1] = 0xAA;  // get past the signature test
+        if (b.size() > 0 && round % 3 == 0) b[0] = 0x82;          // and the VPD start tag
+        poke(b);
+    }
 }
