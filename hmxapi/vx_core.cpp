@@ -213,7 +213,9 @@ int vxapi_charnode_exist(char *path, std::size_t path_size, const char *drvname)
             char line[100];
             bool found = false;
             while (std::fgets(line, sizeof line, devices) != nullptr) {
-                if (std::strstr(line, drvname) != nullptr) {
+                // Every driver generation is reached through the node number
+                // the current driver registered.
+                if (std::strstr(line, kDriverName) != nullptr) {
                     major_no = static_cast<unsigned>(leading_number(line));  // the last line wins
                     found = true;
                 }

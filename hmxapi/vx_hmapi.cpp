@@ -66,6 +66,7 @@ uint32_t open_device(uint32_t Instance, int *pDeviceHandle) {
 
 uint32_t close_device(int DeviceHandle) {
     const std::string who = "HmCloseDevice(" + std::to_string(DeviceHandle) + ")";
+    const std::string open_paren = "HmCloseDevice(" + std::to_string(DeviceHandle);
     VXDBG(VXDBG_TRACE | VXDBG_MAIN, (who + ": entered.").c_str());
     if (!api_use_database) {
         VXDBG(VXDBG_ERR, "HmCloseDevice: shm not used.");
@@ -77,7 +78,7 @@ uint32_t close_device(int DeviceHandle) {
         return HMX_ERR_INVALID_HANDLE;
     }
     if (!vxapi_database_ready()) {
-        VXDBG(VXDBG_ERR, (who + "): database error.").c_str());
+        VXDBG(VXDBG_ERR, (open_paren + "): database error.").c_str());
         return HMX_ERR_INVALID_HANDLE;
     }
     uint32_t status = 0;
@@ -92,7 +93,7 @@ uint32_t close_device(int DeviceHandle) {
     bool any_open = false;
     for (const auto &rec : api_priv_data) any_open = any_open || rec.apihandle != 0;
     if (!any_open) {
-        VXDBG(VXDBG_TRACE | VXDBG_MAIN, (who + "): no other hbas opened. unload lib.").c_str());
+        VXDBG(VXDBG_TRACE | VXDBG_MAIN, (open_paren + "): no other hbas opened. unload lib.").c_str());
         vxapi_unload_lib();
     }
     VXDBG_NUM(VXDBG_TRACE | VXDBG_MAIN, (who + ": exiting. status=").c_str(), status, 16);

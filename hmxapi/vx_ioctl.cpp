@@ -365,9 +365,11 @@ int vxapi_wwpn_to_scsiaddr(int fd, int api_idx, const uint8_t wwpn[8], EXT_SCSI_
 }
 
 int vxapi_set_instance(int fd, uint16_t drvr_inst, int api_idx, uint32_t *status, uint16_t *host_no) {
-    // The bound reply carries the port's SCSI host number in HbaSelect.
-    return vxapi_send(fd, api_idx, {"vxapi_set_instance", EXT_CC_SET_INSTANCE, 0, drvr_inst}, status, nullptr, nullptr,
-                      nullptr, host_no);
+    // The bound reply carries the port's SCSI host number in DetailStatus.
+    uint32_t detail = 0;
+    const int rc = vxapi_send(fd, api_idx, {"vxapi_set_instance", EXT_CC_SET_INSTANCE, 0, drvr_inst}, status, &detail);
+    if (host_no != nullptr) *host_no = static_cast<uint16_t>(detail);
+    return rc;
 }
 
 int vxapi_get_instance_count(int fd, int api_idx, uint32_t *status, uint32_t *count) {
