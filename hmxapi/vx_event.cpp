@@ -20,10 +20,13 @@ namespace {
 
 constexpr int kTicksPerPoll = 15;
 
-std::mutex g_lock;
-std::condition_variable g_wake;
+// Never destroyed: a process may exit with the thread still running, and
+// neither it nor the exit path may meet a destroyed mutex or a joinable
+// std::thread destructor.
+std::mutex &g_lock = *new std::mutex;
+std::condition_variable &g_wake = *new std::condition_variable;
 bool g_stop = false;
-std::thread g_thread;
+std::thread *g_thread = nullptr;
 
 void event_thread() {
     VXDBG(VXDBG_EVENT, "vxapi_event_thread: started.");
@@ -58,13 +61,13 @@ void vxapi_event_poll_adapters() {
 }
 
 int vxapi_event_start() {
-    if (g_thread.joinable()) return 0;
+    if (g_thread != nullptr) return 0;
     {
         std::lock_guard lock(g_lock);
         g_stop = false;
     }
     try {
-        g_thread = std::thread(event_thread);
+        g_thread = new std::thread(event_thread);
     } catch (const std::system_error &e) {
         errno = e.code().value();
         return 1;
@@ -81,12 +84,15 @@ void vxapi_event_stop() {
         g_stop = true;
     }
     g_wake.notify_all();
-    if (!g_thread.joinable()) return;
+    if (g_thread == nullptr) return;
     try {
-        g_thread.join();
+        g_thread->join();
     } catch (const std::system_error &e) {
         std::fprintf(stderr, "thread not terminated error=%d\n", e.code().value());
+        g_thread->detach();
     }
+    delete g_thread;
+    g_thread = nullptr;
 }
 
 void vxapi_event_clear_stop() {

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Public calls of the library frame: version, open and close.
+#include <unistd.h>
+
 #include <cstring>
 #include <new>
 #include <string>
@@ -10,6 +12,8 @@
 #include "vxhmx.h"
 
 namespace {
+
+pid_t g_loaded_by = 0;  // the process that loaded the library
 constexpr char kVersionText[] = "v5.00 build7Pre1";
 constexpr uint32_t kVersionNumber = 0x05000700;
 
@@ -27,6 +31,7 @@ uint32_t open_device(uint32_t Instance, int *pDeviceHandle) {
     }
     if (vxapi_table_empty()) {
         const int rc = vxapi_load_lib();
+        g_loaded_by = ::getpid();
         if (rc != 0) {
             VXDBG_NUM(VXDBG_ERR, (who + ": load failed. stat=").c_str(), rc, 16);
             return HMX_ERR_UNKNOWN;
@@ -98,6 +103,21 @@ uint32_t close_device(int DeviceHandle) {
     }
     VXDBG_NUM(VXDBG_TRACE | VXDBG_MAIN, (who + ": exiting. status=").c_str(), status, 16);
     return status;
+}
+
+// A process that exits with adapters open (or after a failed open) gives
+// its instance slot and open counts back, so the shared state does not
+// carry a dead user. Only the process that loaded the library does this: a
+// forked child shares the mapping but not the ownership.
+__attribute__((destructor)) void vxapi_library_exit() {
+    if (vxapi_table_empty() || g_loaded_by != ::getpid()) return;
+    try {
+        for (const auto &rec : api_priv_data)
+            if (rec.apihandle != 0) close_device(static_cast<int>(rec.apihandle));
+        if (!vxapi_table_empty()) vxapi_unload_lib();
+    } catch (...) {
+        // Nothing more can be done on the way out.
+    }
 }
 
 }  // namespace

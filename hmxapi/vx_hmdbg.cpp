@@ -14,7 +14,8 @@ uint32_t vx_debug = 0;
 
 namespace {
 
-std::recursive_mutex g_trace_lock;  // the event thread traces too
+// The event thread traces too; never destroyed so that a trace during exit finds it.
+std::recursive_mutex &g_trace_lock = *new std::recursive_mutex;
 char g_line[kTraceLineSize + 1];
 std::size_t g_line_fill = 0;
 char g_log_path[256];  // empty until first needed

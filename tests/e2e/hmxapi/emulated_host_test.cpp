@@ -197,6 +197,35 @@ TEST_F(EmulatedHost, NinthProcessRecoversFromInstancesThatDied) {
                          libinst({0, 1, 1, 1, 1, 1, 1, 1}) + "2\n");
 }
 
+TEST_F(EmulatedHost, ProcessLeavingWithoutClosingGivesItsStateBack) {
+    const auto r = run(ioctl_host(2),
+                       "$C hold 1 $D 1 > out.1 &\n"
+                       "while [ ! -e ready.1 ]; do sleep 0.05; done\n"
+                       "$C leave 0\n$C leave 5\n$C shared\n"
+                       "touch go; wait\n$C shared\n");
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, "leave: 0x00000000\n"
+                     "leave: 0x2000006D\n"
+                     "shared: size 7095392\n"
+                     "entry 0: /dev/vxa2xxx host 10 open 0\n"
+                     "entry 1: /dev/vxa2xxx host 11 open 1\n" +
+                         libinst({5}) + "shared: absent\n");
+}
+
+TEST_F(EmulatedHost, CloseOfAnUnknownHandle) {
+    const auto r = run(ioctl_host(1), "$C badhandles\n$C shared\n");
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, "close before load: 0x20000066\n"
+                     "open 0: 0x00000000\n"
+                     "open 7: 0x2000006D\n"
+                     "open 40: 0x20000064\n"
+                     "capability of 0: 0x20000065\n"
+                     "close 77: 0x00000000\n"
+                     "close 1: 0x00000000\n"
+                     "close 1 again: 0x20000066\n"
+                     "shared: absent\n");
+}
+
 TEST_F(EmulatedHost, SharedFileThroughALinkIsRefused) {
     const auto r = run(ioctl_host(1), "echo keep > target\nln -s $D/target /tmp/vxhmx.dat\n$C open 0\ncat target\n");
     ASSERT_EQ(r.status, 0);

@@ -9,6 +9,8 @@
  *   hmx_client open I [I ...]      open the given instances, print, close all
  *   hmx_client hold I DIR N        open I, create DIR/ready.N, wait for DIR/go,
  *                                  close; prints the open and close statuses
+ *   hmx_client leave I             open I and exit without closing it
+ *   hmx_client badhandles          calls with handles and instances that are wrong
  *   hmx_client shared              open counts and instance flags of the
  *                                  shared file, read byte by byte
  *   hmx_client features I          the feature list of instance I
@@ -158,6 +160,23 @@ static int cmd_failover(const char *inst) {
     return 0;
 }
 
+static int cmd_badhandles(void) {
+    int h = 0;
+    uint32_t cap = 0;
+    printf("close before load: 0x%08X\n", (unsigned)HmCloseDevice(1));
+    printf("open 0: 0x%08X\n", (unsigned)HmOpenDevice(0, &h));
+    {
+        int other = 0;
+        printf("open 7: 0x%08X\n", (unsigned)HmOpenDevice(7, &other));
+        printf("open 40: 0x%08X\n", (unsigned)HmOpenDevice(40, &other));
+    }
+    printf("capability of 0: 0x%08X\n", (unsigned)IHmFoGetFoCapability(0, &cap));
+    printf("close 77: 0x%08X\n", (unsigned)HmCloseDevice(77));
+    printf("close %d: 0x%08X\n", h, (unsigned)HmCloseDevice(h));
+    printf("close %d again: 0x%08X\n", h, (unsigned)HmCloseDevice(h));
+    return 0;
+}
+
 int main(int argc, char **argv) {
     if (argc < 2) return 2;
     if (strcmp(argv[1], "version") == 0) return cmd_version();
@@ -165,6 +184,12 @@ int main(int argc, char **argv) {
     if (strcmp(argv[1], "open") == 0) return open_list(argc - 2, argv + 2, 0);
     if (strcmp(argv[1], "hold") == 0 && argc == 5) return cmd_hold(argv[2], argv[3], argv[4]);
     if (strcmp(argv[1], "shared") == 0) return cmd_shared();
+    if (strcmp(argv[1], "badhandles") == 0) return cmd_badhandles();
+    if (strcmp(argv[1], "leave") == 0 && argc == 3) {
+        int h = 0;
+        printf("leave: 0x%08X\n", (unsigned)HmOpenDevice((uint32_t)strtoul(argv[2], NULL, 0), &h));
+        return 0;
+    }
     if (strcmp(argv[1], "features") == 0 && argc == 3) return cmd_features(argv[2]);
     if (strcmp(argv[1], "failover") == 0 && argc == 3) return cmd_failover(argv[2]);
     return 2;
