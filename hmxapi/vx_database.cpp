@@ -215,8 +215,8 @@ int open_locked(int *out_fd) {
     }
     uint8_t *base = map_file(fd.get());
     if (base == nullptr) return 1;
+    api_shared_data = base;  // the clean-up of stale entries works on it
     register_local_adapters(base, fresh);
-    api_shared_data = base;
     claim_instance(base);
     vxos::msync(base, kSharedFileSize);
     api_shm_fildes = fd.release();

@@ -33,6 +33,8 @@ uint32_t open_device(uint32_t Instance, int *pDeviceHandle) {
         const int rc = vxapi_load_lib();
         g_loaded_by = ::getpid();
         if (rc != 0) {
+            // Forget a half-done load so that the next open tries again.
+            vxapi_unload_lib();
             VXDBG_NUM(VXDBG_ERR, (who + ": load failed. stat=").c_str(), rc, 16);
             return HMX_ERR_UNKNOWN;
         }

@@ -153,7 +153,7 @@ TEST_F(EmulatedHost, OpenCountsAreSharedAcrossProcesses) {
                        "$C hold 1 $D 4 > out.4 &\n"
                        "while [ $(ls ready.* 2>/dev/null | wc -l) -lt 4 ]; do sleep 0.05; done\n"
                        "$C shared\n"
-                       "ipcs -s | grep -c -e 0x0000033d -e 0x000003d4\n"
+                       "ipcs -s | awk '$1 == \"0x0000033d\" || $1 == \"0x000003d4\" { print $1, $4, $5 }'\n"
                        "touch go; wait\n"
                        "cat out.1 out.4\n"
                        "$C shared\n"
@@ -163,7 +163,8 @@ TEST_F(EmulatedHost, OpenCountsAreSharedAcrossProcesses) {
                      "entry 0: /dev/vxa2xxx host 10 open 3\n"
                      "entry 1: /dev/vxa2xxx host 11 open 1\n" +
                          libinst({5, 5, 5, 5}) +
-                         "2\n"
+                         "0x0000033d 644 1\n"
+                         "0x000003d4 644 1\n"
                          "hold 1 open: 0x00000000\n"
                          "hold 1 close: 0x00000000\n"
                          "hold 4 open: 0x00000000\n"
@@ -253,6 +254,26 @@ TEST_F(EmulatedHost, FirstVersionFileIsUpgraded) {
                      "entry 1: /dev/vxa2xxx host 10 open 1\n" +
                          libinst({0xD}) + "shared: size 7095392\nentry 0: /dev/gone host 0 open 0\n" +
                          "entry 1: /dev/vxa2xxx host 10 open 0\n" + libinst({0x8}));
+}
+
+TEST_F(EmulatedHost, FullSharedListIsCleanedOfAdaptersThatAreGone) {
+    const auto r = run(ioctl_host(2),
+                       "for i in $(seq 10 41); do printf '/dev/gone%d' $i; head -c 247 /dev/zero; done > /tmp/vxhmx.dat\n"
+                       "head -c $((7095392 - 32 * 258)) /dev/zero >> /tmp/vxhmx.dat\n"
+                       "$C scan\n");
+    EXPECT_EQ(r.err, "");
+    // Every gone entry is cleared; the first freed ones take the adapters.
+    EXPECT_EQ(r.out, "open 0: 0x00000000 handle 1\n"
+                     "open 1: 0x00000000 handle 2\n"
+                     "shared: size 7095392\n" +
+                         shared_entries(2) + libinst({5}) +
+                         "close 1: 0x00000000\n"
+                         "close 2: 0x00000000\n");
+}
+
+TEST_F(EmulatedHost, LoadFailureIsRetriedByTheNextOpen) {
+    const auto r = run(ioctl_host(1), "ln -s /nowhere /tmp/vxhmx.dat\n$C open 0\nrm /tmp/vxhmx.dat\n$C open 0\n");
+    EXPECT_EQ(r.out, "open 0: 0x20000075 handle 0\nopen 0: 0x00000000 handle 1\nclose 1: 0x00000000\n");
 }
 
 TEST_F(EmulatedHost, ShorterFileKeepsItsBytesAndFlags) {
