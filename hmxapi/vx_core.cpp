@@ -49,7 +49,7 @@ bool node_matches(const char *path, unsigned major_no, unsigned minor_no) {
     struct stat st {};
     // Never follow a link planted at the node's name; only a character
     // device with the expected number is kept.
-    if (::lstat(path, &st) != 0 || !S_ISCHR(st.st_mode)) return false;
+    if (vxos::lstat(path, &st) != 0 || !S_ISCHR(st.st_mode)) return false;
     vxos::Fd fd(vxos::open(path, O_RDWR | O_NOFOLLOW));
     if (!fd.ok()) return false;
     if (vxos::fstat(fd.get(), &st) != 0) return false;
@@ -208,7 +208,7 @@ int vxapi_charnode_exist(char *path, std::size_t path_size, const char *drvname)
             return 0;
         }
     } else {
-        FILE *devices = std::fopen("/proc/devices", "re");
+        FILE *devices = vxos::fopen_read("/proc/devices");
         if (devices != nullptr) {
             char line[100];
             bool found = false;

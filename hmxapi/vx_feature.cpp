@@ -72,7 +72,7 @@ uint32_t find_option_line(std::span<const char *const> files, std::string_view d
     FILE *f = nullptr;
     for (const char *path : files) {
         if (vxos::access(path, F_OK) != 0) continue;
-        f = std::fopen(path, "re");
+        f = vxos::fopen_read(path);
         break;  // only the first file that exists is searched
     }
     if (f == nullptr) return HMX_ERR_NO_OPTION_LINE;

@@ -126,7 +126,8 @@ FILE *vxdbg_get_fptr() {
     if (g_log != nullptr) return g_log;
     if (vx_debug == 0) return nullptr;
     if (g_log_path[0] == '\0') std::snprintf(g_log_path, sizeof g_log_path, "%s", kDefaultLogPath);
-    // Root must never append through a planted link.
+    // Root must never append through a planted link. The OS wrappers trace
+    // their failures, so the trace itself opens its file directly.
     const int fd = ::open(g_log_path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
     if (fd < 0) return nullptr;
     g_log = ::fdopen(fd, "a");

@@ -166,6 +166,18 @@ int semctl_rmid(int semid) {
 
 int access(const char *path, int mode) { return ::access(path, mode); }
 
+int lstat(const char *path, struct stat *st) {
+    const int rc = ::lstat(path, st);
+    if (rc != 0 && errno != ENOENT) trace_failure("lstat", path);
+    return rc;
+}
+
+FILE *fopen_read(const char *path) {
+    FILE *f = std::fopen(path, "re");
+    if (f == nullptr && errno != ENOENT) trace_failure("fopen", path);
+    return f;
+}
+
 void FileCloser::operator()(FILE *f) const {
     if (f != nullptr) ::pclose(f);
 }

@@ -32,6 +32,9 @@ int semop_one(int semid, short delta);  // one operation with SEM_UNDO
 int semctl_setval(int semid, int value);
 int semctl_rmid(int semid);
 int access(const char *path, int mode);
+int lstat(const char *path, struct stat *st);
+// stdio stream opened read-only with close-on-exec; null on failure.
+FILE *fopen_read(const char *path);
 
 // Runs a shell command and returns everything it printed (empty on failure).
 std::string run_shell(const char *command);
