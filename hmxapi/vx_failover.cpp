@@ -92,3 +92,87 @@ int vxapi_hba_support_new_cfg_store(uint32_t /*handle*/, int api_idx) {
     rec.features |= VXF_NEW_CFG_STORE;
     return 1;
 }
+
+namespace {
+
+// A 32-byte selector as the driver takes it: the caller's bytes with the
+// adapter's driver instance in front.
+uint32_t with_selector(int Device, const HMFO_SELECTOR *pSelect, uint8_t (&request)[sizeof(HMFO_SELECTOR)]) {
+    std::memcpy(request, pSelect->Data, sizeof request);
+    uint16_t idx = 0;
+    if (check_handle(static_cast<uint32_t>(Device), &idx) != 0) return HMX_ERR_DEVICE_NOT_FOUND;
+    const uint16_t inst = api_priv_data[idx].drvr_inst;
+    request[0] = static_cast<uint8_t>(inst & 0xFF);
+    request[1] = static_cast<uint8_t>(inst >> 8);
+    return HMX_STATUS_OK;
+}
+
+template <class F>
+uint32_t guarded(F body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc &) {
+        return HMX_ERR_OUT_OF_MEMORY;
+    } catch (...) {
+        return HMX_ERR_UNKNOWN;
+    }
+}
+
+uint32_t fo_request(int Device, uint8_t command, const void *request, uint32_t request_len, void *response,
+                    uint32_t response_len) {
+    return VxFailOverDeviceIoControl(static_cast<uint32_t>(Device), vxapi_ioctl_number(command), 0, request,
+                                     request_len, response, response_len);
+}
+
+}  // namespace
+
+extern "C" uint32_t IHmFoGetSysParams(int Device, HMFO_SYS_PARAMS *pParams) {
+    return guarded([&] {
+        if (pParams == nullptr) return HMX_ERR_INVALID_PARAMETER;
+        return fo_request(Device, EXT_CC_FO_GET_SYS_PARAMS, nullptr, 0, pParams, sizeof *pParams);
+    });
+}
+
+extern "C" uint32_t IHmFoSetSysParams(int Device, const HMFO_SYS_PARAMS *pParams) {
+    return guarded([&] {
+        if (pParams == nullptr) return HMX_ERR_INVALID_PARAMETER;
+        return fo_request(Device, EXT_CC_FO_SET_SYS_PARAMS, pParams, sizeof *pParams, nullptr, 0);
+    });
+}
+
+extern "C" uint32_t IHmFoGetPaths(int Device, const HMFO_PATH_REQUEST *pRequest, void *pPaths, uint32_t PathsSize) {
+    return guarded([&] {
+        if (pRequest == nullptr || pPaths == nullptr || PathsSize == 0) return HMX_ERR_INVALID_PARAMETER;
+        return fo_request(Device, EXT_CC_FO_GET_PATHS, pRequest, sizeof *pRequest, pPaths, PathsSize);
+    });
+}
+
+extern "C" uint32_t IHmFoSetCurrentPath(int Device, const HMFO_SELECTOR *pPath) {
+    return guarded([&] {
+        if (pPath == nullptr) return HMX_ERR_INVALID_PARAMETER;
+        uint8_t request[sizeof(HMFO_SELECTOR)];
+        const uint32_t rc = with_selector(Device, pPath, request);
+        if (rc != HMX_STATUS_OK) return rc;
+        return fo_request(Device, EXT_CC_FO_SET_CURRENT_PATH, request, sizeof request, nullptr, 0);
+    });
+}
+
+extern "C" uint32_t IHmFoGetStatistics(int Device, const HMFO_SELECTOR *pSelect, HMFO_STATISTICS *pStats) {
+    return guarded([&] {
+        if (pSelect == nullptr || pStats == nullptr) return HMX_ERR_INVALID_PARAMETER;
+        uint8_t request[sizeof(HMFO_SELECTOR)];
+        const uint32_t rc = with_selector(Device, pSelect, request);
+        if (rc != HMX_STATUS_OK) return rc;
+        return fo_request(Device, EXT_CC_FO_GET_STATISTICS, request, sizeof request, pStats, sizeof *pStats);
+    });
+}
+
+extern "C" uint32_t IHmFoResetStatistics(int Device, const HMFO_SELECTOR *pSelect) {
+    return guarded([&] {
+        if (pSelect == nullptr) return HMX_ERR_INVALID_PARAMETER;
+        uint8_t request[sizeof(HMFO_SELECTOR)];
+        const uint32_t rc = with_selector(Device, pSelect, request);
+        if (rc != HMX_STATUS_OK) return rc;
+        return fo_request(Device, EXT_CC_FO_RESET_STATISTICS, request, sizeof request, nullptr, 0);
+    });
+}

@@ -212,6 +212,46 @@ VXHMX_API uint32_t IHmFoGetFoCapability(int Device, uint32_t *pCapability);
  * No lock is taken. */
 VXHMX_API uint32_t IHmFoGetFoDriverVersion(int Device, HMFO_DRIVER_VERSION *pVersion);
 
+/* Failover records whose contents are the driver's; only their sizes are
+ * fixed. A selector addresses one adapter's LUN or path: the library puts
+ * the adapter's driver instance into its first two bytes. */
+typedef struct _HMFO_SYS_PARAMS {
+    uint8_t Data[64];
+} HMFO_SYS_PARAMS;
+
+typedef struct _HMFO_PATH_REQUEST {
+    uint8_t Data[40];
+} HMFO_PATH_REQUEST;
+
+typedef struct _HMFO_SELECTOR {
+    uint8_t Data[32];
+} HMFO_SELECTOR;
+
+typedef struct _HMFO_STATISTICS {
+    uint8_t Data[8];
+} HMFO_STATISTICS;
+
+/* The failover calls below send one request to the adapter's driver and
+ * share their statuses: 0; HMX_ERR_INVALID_PARAMETER (a null record);
+ * HMX_ERR_DEVICE_NOT_FOUND (bad handle); HMX_ERR_NOT_SUPPORTED (adapter
+ * served through sysfs, or the driver rejects the request);
+ * HMX_ERR_OUT_OF_MEMORY; an errno value when the request itself fails;
+ * otherwise the driver's status mapped (unknown driver statuses read as 0).
+ * No lock is taken. */
+
+/* Reads the driver's failover system parameters. */
+VXHMX_API uint32_t IHmFoGetSysParams(int Device, HMFO_SYS_PARAMS *pParams);
+/* Sets the driver's failover system parameters. */
+VXHMX_API uint32_t IHmFoSetSysParams(int Device, const HMFO_SYS_PARAMS *pParams);
+/* Reads the path list selected by pRequest into pPaths (PathsSize bytes). */
+VXHMX_API uint32_t IHmFoGetPaths(int Device, const HMFO_PATH_REQUEST *pRequest, void *pPaths, uint32_t PathsSize);
+/* Makes the path named by pPath the current one. */
+VXHMX_API uint32_t IHmFoSetCurrentPath(int Device, const HMFO_SELECTOR *pPath);
+/* Reads the failover statistics of the selected LUN or path. */
+VXHMX_API uint32_t IHmFoGetStatistics(int Device, const HMFO_SELECTOR *pSelect, HMFO_STATISTICS *pStats);
+/* Clears the failover statistics of the selected LUN or path. */
+VXHMX_API uint32_t IHmFoResetStatistics(int Device, const HMFO_SELECTOR *pSelect);
+
 #ifdef __cplusplus
 }
 #endif

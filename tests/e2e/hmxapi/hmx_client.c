@@ -156,6 +156,16 @@ static int cmd_failover(const char *inst) {
     v.Data[31] = 0;
     printf("driver version: 0x%08X %s\n", (unsigned)st, (const char *)v.Data);
     printf("bad handle: 0x%08X\n", (unsigned)IHmFoGetFoCapability(h + 40, &cap));
+    {
+        HMFO_SYS_PARAMS params;
+        HMFO_SELECTOR sel;
+        HMFO_STATISTICS stats;
+        memset(&sel, 0xEE, sizeof sel);
+        printf("sys params: 0x%08X\n", (unsigned)IHmFoGetSysParams(h, &params));
+        printf("statistics: 0x%08X\n", (unsigned)IHmFoGetStatistics(h, &sel, &stats));
+        printf("statistics, bad handle: 0x%08X\n", (unsigned)IHmFoGetStatistics(h + 40, &sel, &stats));
+        printf("statistics, no record: 0x%08X\n", (unsigned)IHmFoGetStatistics(h, &sel, NULL));
+    }
     printf("close: 0x%08X\n", (unsigned)HmCloseDevice(h));
     return 0;
 }
