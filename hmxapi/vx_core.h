@@ -85,6 +85,8 @@ struct DriverVersion {
 bool vxapi_driver_new_enough(const DriverVersion &v);
 bool vxapi_driver_new_cfg_store(const DriverVersion &v);
 int vxapi_hba_support_new_cfg_store(uint32_t handle, int api_idx);
+// The same question for the first adapter running the named driver.
+int vxapi_drvr_support_new_cfg_store(const char *driver_name, int *found);
 
 // Debug-friendly name of a record's index for traces.
 inline bool vxapi_valid_index(int idx) { return idx >= 0 && idx < kMaxAdapters; }

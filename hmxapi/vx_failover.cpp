@@ -176,3 +176,21 @@ extern "C" uint32_t IHmFoResetStatistics(int Device, const HMFO_SELECTOR *pSelec
         return fo_request(Device, EXT_CC_FO_RESET_STATISTICS, request, sizeof request, nullptr, 0);
     });
 }
+
+int vxapi_drvr_support_new_cfg_store(const char *driver_name, int *found) {
+    if (found != nullptr) *found = 0;
+    if (driver_name == nullptr) return 0;
+    for (int i = 0; i < kMaxAdapters - 1; ++i) {
+        const vxapi_priv_db_t &rec = api_priv_data[i];
+        if (rec.phys_path[0] == '\0' || std::strncmp(rec.model, driver_name, sizeof rec.model) != 0) continue;
+        if (found != nullptr) *found = 1;
+        if (rec.apihandle != 0) return vxapi_hba_support_new_cfg_store(rec.apihandle, i);
+        // Opened just for the question, and closed again.
+        int handle = 0;
+        if (HmOpenDevice(static_cast<uint32_t>(i), &handle) != HMX_STATUS_OK) return 0;
+        const int answer = vxapi_hba_support_new_cfg_store(static_cast<uint32_t>(handle), i);
+        HmCloseDevice(handle);
+        return answer;
+    }
+    return 0;
+}
