@@ -7,6 +7,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -186,6 +187,34 @@ bool vpd_serial_number(std::span<const uint8_t> vpd, char *out, std::size_t out_
 
 }  // namespace vxhmx
 
+namespace vxhmx {
+
+bool parse_dev_numbers(const char *text, unsigned *major_no, unsigned *minor_no) {
+    return std::sscanf(text, "%u:%u", major_no, minor_no) == 2;
+}
+
+bool proc_devices_major(std::string_view text, const char *name, unsigned *major_no) {
+    // Read the way a 100-byte line buffer reads it: long lines come in pieces,
+    // and every piece naming the driver counts; the last one wins.
+    constexpr std::size_t kPiece = 99;
+    bool found = false;
+    std::size_t pos = 0;
+    while (pos < text.size()) {
+        std::size_t end = text.find('\n', pos);
+        end = end == std::string_view::npos ? text.size() : end + 1;
+        for (std::size_t p = pos; p < end; p += kPiece) {
+            const std::string piece(text.substr(p, std::min(kPiece, end - p)));
+            if (piece.find(name) == std::string::npos) continue;
+            *major_no = static_cast<unsigned>(leading_number(piece.c_str()));
+            found = true;
+        }
+        pos = end;
+    }
+    return found;
+}
+
+}  // namespace vxhmx
+
 static int vxapi_get_vpd_serialnum(int fd, int idx, char *out, std::size_t out_size) {
     uint8_t vpd[512] = {};
     uint32_t status = 0;
@@ -203,25 +232,19 @@ int vxapi_charnode_exist(char *path, std::size_t path_size, const char *drvname)
     if (sys.ok()) {
         char text[81] = {};
         const ssize_t n = vxos::read(sys.get(), text, 80);
-        if (n <= 0 || std::sscanf(text, "%u:%u", &major_no, &minor_no) != 2) {
+        if (n <= 0 || !vxhmx::parse_dev_numbers(text, &major_no, &minor_no)) {
             VXDBG(VXDBG_ERR, "vxapi_charnode_exist: bad device number in sysfs for ");
             return 0;
         }
     } else {
         FILE *devices = vxos::fopen_read("/proc/devices");
         if (devices != nullptr) {
-            char line[100];
-            bool found = false;
-            while (std::fgets(line, sizeof line, devices) != nullptr) {
-                // Every driver generation is reached through the node number
-                // the current driver registered.
-                if (std::strstr(line, kDriverName) != nullptr) {
-                    major_no = static_cast<unsigned>(leading_number(line));  // the last line wins
-                    found = true;
-                }
-            }
+            std::string text;
+            char chunk[4096];
+            std::size_t n;
+            while (text.size() < 65536 && (n = std::fread(chunk, 1, sizeof chunk, devices)) > 0) text.append(chunk, n);
             std::fclose(devices);
-            if (!found) {
+            if (!vxhmx::proc_devices_major(text, kDriverName, &major_no)) {
                 VXDBG(VXDBG_ERR, (std::string("vxapi_charnode_exist: entry not found in /proc/devices for") + drvname).c_str());
                 return 0;
             }
@@ -483,7 +506,9 @@ int vxapi_load_lib() {
     if (count < kMaxAdapters) api_priv_data[count].features &= ~VXF_SYSFS;
     vxsysfs_init();
     if (count == 0) vxsysfs_supported_driver_exist(kDriverName, &count);
-    if (rc != 0) return rc;
+    // A node whose driver serves no instance is no failure when the ports
+    // were found through sysfs.
+    if (rc != 0 && count == 0) return rc;
 
     if (!vxapi_table_empty()) {
         int fd = -1;

@@ -5,6 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
+#include <string_view>
 
 inline constexpr int kMaxAdapters = 32;
 inline constexpr const char *kDriverName = "vxa2xxx";
@@ -87,6 +89,15 @@ bool vxapi_driver_new_cfg_store(const DriverVersion &v);
 int vxapi_hba_support_new_cfg_store(uint32_t handle, int api_idx);
 // The same question for the first adapter running the named driver.
 int vxapi_drvr_support_new_cfg_store(const char *driver_name, int *found);
+
+namespace vxhmx {
+// "major:minor" of a sysfs dev attribute.
+bool parse_dev_numbers(const char *text, unsigned *major_no, unsigned *minor_no);
+// Major number of the last /proc/devices line naming the driver.
+bool proc_devices_major(std::string_view text, const char *name, unsigned *major_no);
+// Serial number from a VPD image (the "SN" keyword of the read-only section).
+bool vpd_serial_number(std::span<const uint8_t> vpd, char *out, std::size_t out_size);
+}  // namespace vxhmx
 
 // Debug-friendly name of a record's index for traces.
 inline bool vxapi_valid_index(int idx) { return idx >= 0 && idx < kMaxAdapters; }

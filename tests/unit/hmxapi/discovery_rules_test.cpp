@@ -9,10 +9,6 @@
 #include "vx_chipdata.h"
 #include "vx_core.h"
 
-namespace vxhmx {
-bool vpd_serial_number(std::span<const uint8_t> vpd, char *out, std::size_t out_size);
-}
-
 namespace {
 
 TEST(DriverVersion, NewEnoughForDriverWideFlags) {
@@ -124,6 +120,30 @@ TEST(ChipData, NodeRecordSerialModels) {
     EXPECT_TRUE(vxhmx::serial_from_node_record(0x1DE5, 0x0131));
     EXPECT_FALSE(vxhmx::serial_from_node_record(0x1DE5, 0x12BA));
     EXPECT_FALSE(vxhmx::serial_from_node_record(0x1234, 0x12BA));
+}
+
+TEST(DriverNode, ProcDevicesLastLineNamingTheDriverWins) {
+    unsigned major_no = 0;
+    EXPECT_TRUE(vxhmx::proc_devices_major("Character devices:\n  1 mem\n254 vxa2xxx\n 10 misc\n240 vxa2xxx\n\n"
+                                          "Block devices:\n  8 sd\n",
+                                          "vxa2xxx", &major_no));
+    EXPECT_EQ(major_no, 240u);
+    EXPECT_FALSE(vxhmx::proc_devices_major("Character devices:\n  1 mem\n", "vxa2xxx", &major_no));
+    EXPECT_FALSE(vxhmx::proc_devices_major("", "vxa2xxx", &major_no));
+    // A line longer than the reading buffer: the piece holding the name counts.
+    const std::string long_line = "77 " + std::string(120, 'x') + " vxa2xxx\n";
+    EXPECT_TRUE(vxhmx::proc_devices_major("250 vxa2xxx\n" + long_line, "vxa2xxx", &major_no));
+    EXPECT_EQ(major_no, 0u);  // the second piece has no leading number
+}
+
+TEST(DriverNode, SysfsDeviceNumbers) {
+    unsigned major_no = 0, minor_no = 0;
+    EXPECT_TRUE(vxhmx::parse_dev_numbers("1:3\n", &major_no, &minor_no));
+    EXPECT_EQ(major_no, 1u);
+    EXPECT_EQ(minor_no, 3u);
+    EXPECT_FALSE(vxhmx::parse_dev_numbers("254\n", &major_no, &minor_no));
+    EXPECT_FALSE(vxhmx::parse_dev_numbers("", &major_no, &minor_no));
+    EXPECT_FALSE(vxhmx::parse_dev_numbers("x:1", &major_no, &minor_no));
 }
 
 class Handles : public ::testing::Test {
