@@ -4,7 +4,10 @@
 // routine of the same name here.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 #include "vx_wire.h"
 
@@ -43,3 +46,30 @@ int vxsysfs_async_event_get(int fd, int api_idx, EXT_ASYNC_EVENT *events, uint32
 // Loads the adapter's flash layout into the library-wide layout that
 // vxsysfs_map_region consults (after the open of an FCX160 or FCX180 port).
 void vxapi_set_global_option_rom_layout(int fd, int api_idx);
+
+// ---- pieces of the sysfs transport the public calls and tests use ----------
+
+struct VxPciAddress {
+    uint16_t domain, bus, device, function;
+};
+// "dddd:bb:dd.f" (hexadecimal, the function decimal); false when it does not parse.
+bool vxsysfs_parse_pci_address(const char *bus_id, VxPciAddress *addr);
+// Hexadecimal text ("0x" optional) to at most n bytes, two digits per byte
+// from the left; bytes the text does not reach are left as they are.
+std::size_t vxsysfs_hex_to_bytes(std::string_view text, uint8_t *dst, std::size_t n);
+// Position of a link state text among the driver's words (0 "Link Down" ...
+// 5 "Unknown Link State", also for any text not in the list) and the speed
+// of a speed text in Gbit/s (0 when unknown).
+uint16_t vxsysfs_link_state_index(std::string_view text);
+uint32_t vxsysfs_speed_gbit(std::string_view text);
+// Moves a file in pieces of one page; returns the bytes not moved (the whole
+// size when the file does not open).
+std::size_t vxsysfs_read_file(const std::string &path, uint8_t *buf, std::size_t size);
+std::size_t vxsysfs_write_file(const std::string &path, const uint8_t *buf, std::size_t size);
+// NVRAM (or VPD) block read that copies the whole attribute when it is at
+// least `want` bytes long; an attribute longer than `cap`, the caller's
+// buffer, gives code 16 instead of an overrun.
+int vxsysfs_get_block_capped(int api_idx, bool nvram, uint8_t *buf, uint32_t want, uint32_t cap, uint32_t *status);
+// VPD write with the size by pointer: on success the size becomes the
+// block's length.
+int vxsysfs_set_vpd_size(int api_idx, const uint8_t *buf, uint32_t *size, uint32_t *status);

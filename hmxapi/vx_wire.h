@@ -8,6 +8,8 @@
 #include <optional>
 #include <span>
 
+#include "vxhmx.h"
+
 struct EXT_HBA_NODE {
     uint8_t WWNN[8];
     char Manufacturer[64];
@@ -213,11 +215,8 @@ struct EXT_ASYNC_EVENT {
 };
 static_assert(sizeof(EXT_ASYNC_EVENT) == 16);
 
-struct EXT_BEACON_CONTROL {
-    uint32_t State;
-    uint32_t Reserved[3];
-};
-static_assert(sizeof(EXT_BEACON_CONTROL) == 16);
+// EXT_BEACON_CONTROL is a public record (vxhmx.h): the driver exchanges it as is.
+static_assert(sizeof(EXT_BEACON_CONTROL) == 16 && offsetof(EXT_BEACON_CONTROL, Reserved) == 4);
 
 // Bounds-checked little-endian reads over a byte buffer (VPD, shared file).
 class ByteReader {

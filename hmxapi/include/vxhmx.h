@@ -252,6 +252,489 @@ VXHMX_API uint32_t IHmFoGetStatistics(int Device, const HMFO_SELECTOR *pSelect, 
 /* Clears the failover statistics of the selected LUN or path. */
 VXHMX_API uint32_t IHmFoResetStatistics(int Device, const HMFO_SELECTOR *pSelect);
 
+/* ==== Adapter data: properties, NVRAM variables, flash, NVRAM and VPD ==== */
+/*
+ * Every call below takes a handle from HmOpenDevice first and returns
+ * HMX_ERR_INVALID_HANDLE for a bad one before any adapter work. Results of
+ * the transport are converted the same way everywhere: a driver completion
+ * code through HmXlateHMXErr's table, a failing system call as its errno
+ * value, any other transport failure as HMX_ERR_UNKNOWN. Records are filled
+ * only when the adapter returned data; a data overrun or underrun still
+ * fills the record and then returns HMX_ERR_DATA_OVERRUN or
+ * HMX_ERR_DATA_UNDERRUN. All multi-byte fields are host-order integers.
+ */
+
+/* Node (adapter) properties, 388 bytes. */
+typedef struct _DEVICENODEPROPERTY {
+    uint8_t  WWN[8];               /* node world-wide name */
+    char     Manufacturer[80];
+    char     Model[32];            /* at most 15 characters and a zero */
+    uint8_t  SerialNumber[32];     /* at most 31 characters and a zero */
+    char     DriverVersion[32];
+    char     FirmwareVersion[32];
+    char     OptionRomVersion[32]; /* boot code version text */
+    uint16_t NumberOfPorts;
+    uint16_t InterfaceType;
+    uint32_t DriverAttributes;
+    uint32_t FirmwareAttributes;
+    uint32_t BIValid;              /* 0x1 BIFwVersion, 0x2 BIEfiVersion, 0x4 BIFCodeVersion valid */
+    uint8_t  BIFwVersion[4];       /* firmware version stored in flash */
+    uint8_t  BIEfiVersion[4];      /* EFI driver version stored in flash */
+    uint8_t  BIFCodeVersion[4];    /* FCode version stored in flash */
+    uint32_t Reserved[28];
+} DEVICENODEPROPERTY;
+
+/* Port properties, 148 bytes. */
+typedef struct _DEVICEPORTPROPERTY {
+    uint8_t  WWN[8];               /* port world-wide name */
+    uint8_t  PortID[3];            /* 24-bit Fibre Channel address, high byte first */
+    uint8_t  PortType;
+    uint8_t  PortState;            /* 3 up (record state 2), 1 down (record state 0), else 2 */
+    uint8_t  ConnectionMode;
+    uint16_t DiscPortCount;
+    uint16_t DiscTargetCount;
+    char     DeviceName[32];       /* operating-system device name */
+    uint32_t PortSpeed;
+    uint16_t LinkState2;
+    uint16_t LinkState3;
+    uint32_t Reserved[22];
+} DEVICEPORTPROPERTY;
+
+/* PCI chip properties, 80 bytes. */
+typedef struct _CHIPPROPERTY {
+    uint16_t VendorID;
+    uint16_t DeviceID;
+    uint16_t SubVendorID;
+    uint16_t SubSystemID;
+    uint16_t PciBusNumber;
+    uint16_t PciSlotNumber;        /* PCI device number x 8 + function */
+    uint32_t IoAddress;
+    uint32_t IoAddressLength;
+    uint32_t MemoryAddress;
+    uint32_t MemoryAddressLength;
+    uint16_t ChipType;
+    uint16_t InterruptLevel;
+    uint16_t OutMbx[8];
+    uint16_t DomainNr;
+    uint16_t PcieLinkCap;
+    uint16_t PcieLinkStat;
+    uint16_t Reserved1;
+    uint32_t Reserved[6];
+} CHIPPROPERTY;
+
+/* Driver properties, 104 bytes. */
+typedef struct _DRIVERPROPERTY {
+    uint8_t  Version[32];
+    uint16_t NumberOfBus;
+    uint16_t TargetsPerBus;
+    uint16_t LunsPerTarget;
+    uint32_t MaximumTransferLen;
+    uint32_t MaximumDataSegments;
+    uint16_t DmaBitAddresses;
+    uint16_t IoMapType;
+    uint32_t Attributes;
+    uint32_t InternalFlags[4];
+    uint32_t Reserved[8];
+} DRIVERPROPERTY;
+
+/* Firmware properties, 68 bytes. */
+typedef struct _FIRMWAREPROPERTY {
+    char     Version[32];
+    uint32_t Attributes;
+    uint32_t Reserved[8];
+} FIRMWAREPROPERTY;
+
+/* One discovered port or target of a port, 56 bytes. */
+typedef struct _DISCPORTPROPERTY {
+    uint8_t  NodeWWN[8];
+    uint8_t  PortWWN[8];
+    uint8_t  PortID[3];            /* high byte first */
+    uint8_t  Reserved0;
+    uint16_t Type;
+    uint16_t Status;
+    uint16_t Bus;
+    uint16_t TargetId;
+    uint16_t LoopId;
+    uint16_t Reserved1;
+    uint32_t Reserved[6];
+} DISCPORTPROPERTY;
+
+/* Link and I/O counters, 176 bytes. */
+typedef struct _STATISTICS {
+    uint32_t ControllerErrorCount;
+    uint32_t DeviceErrorCount;
+    uint32_t IOCount;
+    uint32_t MegabyteCount;
+    uint32_t LipResetCount;
+    uint32_t InterruptCount;
+    uint32_t LinkFailureCount;
+    uint32_t LossOfSyncCount;
+    uint32_t LossOfSignalCount;
+    uint32_t PrimitiveSeqProtocolErrorCount;
+    uint32_t InvalidTransmissionWordCount;
+    uint32_t InvalidCRCCount;
+    uint32_t Reserved[32];
+} STATISTICS;
+
+/* Beacon (port identification light) control, 16 bytes. */
+typedef struct _EXT_BEACON_CONTROL {
+    uint32_t State;
+    uint32_t Reserved[3];
+} EXT_BEACON_CONTROL;
+
+/* Fills the node record: world-wide name, manufacturer, model (cut to 15
+ * characters), serial number (from the library's adapter table), driver,
+ * firmware and boot code versions, port count and the flash versions.
+ * Returns 0; HMX_ERR_INVALID_HANDLE; HMX_ERR_INVALID_PARAMETER (null
+ * record); HMX_ERR_DATA_OVERRUN / HMX_ERR_DATA_UNDERRUN (record filled);
+ * a converted transport status. No lock is taken. */
+VXHMX_API uint32_t HmGetHbaDeviceNodeProperty(int Device, DEVICENODEPROPERTY *phba_node_user);
+
+/* Fills the port record of the handle's port; hba_port_num is accepted and
+ * not used. Statuses as HmGetHbaDeviceNodeProperty. */
+VXHMX_API uint32_t HmGetHbaDevicePortProperty(int fd, uint16_t hba_port_num, DEVICEPORTPROPERTY *phba_port_user);
+
+/* Fills the PCI chip record. Statuses as HmGetHbaDeviceNodeProperty. */
+VXHMX_API uint32_t HmGetHbaDeviceChipProperty(int Device, CHIPPROPERTY *pChipProperty);
+
+/* Fills the driver record. Statuses as HmGetHbaDeviceNodeProperty. */
+VXHMX_API uint32_t HmGetHbaDeviceDriverProperty(int Device, DRIVERPROPERTY *pDriverProperty);
+
+/* Fills the firmware record. Statuses as HmGetHbaDeviceNodeProperty. */
+VXHMX_API uint32_t HmGetHbaDeviceFirmwareProperty(int Device, FIRMWAREPROPERTY *pFirmwareProperty);
+
+/* One discovered target (GetType 0) or discovered port (any other GetType)
+ * of the port, by index. HMX_ERR_NOT_SUPPORTED on adapters served through
+ * sysfs; otherwise statuses as HmGetHbaDeviceNodeProperty. */
+VXHMX_API uint32_t HmGetDiscTargetProperty(int Device, uint16_t HbaDevPortNum, uint32_t DiscTargetNum,
+                                           uint32_t GetType, DISCPORTPROPERTY *pDiscTargetProperty);
+
+/* One discovered port of the port, by index. As HmGetDiscTargetProperty. */
+VXHMX_API uint32_t HmGetDiscPortProperty(int Device, uint16_t HbaDevPortNum, uint32_t DiscPortNum,
+                                         DISCPORTPROPERTY *pDiscPortProperty);
+
+/* The port's list of discovered devices, as the driver lays it out, into
+ * DeviceInfoSize bytes. TypeMode is passed to the driver. Returns 0;
+ * HMX_ERR_INVALID_HANDLE; HMX_ERR_INVALID_PARAMETER (null buffer or size
+ * 0); HMX_ERR_NOT_SUPPORTED (sysfs); a converted transport status. */
+VXHMX_API uint32_t HmGetPortDatabase(int Device, uint16_t TypeMode, void *pDeviceInfo, uint32_t DeviceInfoSize);
+
+/* Link and I/O counters of the port. HMX_ERR_NOT_SUPPORTED on sysfs;
+ * otherwise statuses as HmGetHbaDeviceNodeProperty. */
+VXHMX_API uint32_t HmGetStatistics(int fd, uint16_t HbaDevPortNum, STATISTICS *pStatistics);
+
+/* FC-4 counters of the port itself, and link counters of the remote port
+ * pPortWWN (8 bytes). As HmGetStatistics. */
+VXHMX_API uint32_t HmGetStatisticsFC(int Device, uint16_t HbaDevPortNum, STATISTICS *pStatistics);
+VXHMX_API uint32_t HmGetPortStatisticsFC(int Device, uint16_t HbaDevPortNum, const uint8_t *pPortWWN,
+                                         STATISTICS *pStatistics);
+
+/* Not supported: always HMX_ERR_NOT_SUPPORTED, whatever the handle. */
+VXHMX_API uint32_t HmResetStatistics(int Device, uint16_t HbaDevPortNum);
+
+/* Converged-adapter port data (128 bytes into pBuffer). Returns 0;
+ * HMX_ERR_INVALID_HANDLE; HMX_ERR_INVALID_PARAMETER (null buffer);
+ * HMX_ERR_BUFFER_TOO_SMALL (BufferSize below 128); HMX_ERR_NOT_SUPPORTED
+ * (sysfs); a converted transport status. */
+VXHMX_API uint32_t HmGetCnaPortData(int Device, uint8_t *pBuffer, uint32_t BufferSize);
+
+/* Transceiver data, BufferSize bytes. Returns 0; HMX_ERR_INVALID_HANDLE;
+ * HMX_ERR_INVALID_PARAMETER (null buffer or size 0); HMX_ERR_NOT_SUPPORTED
+ * (sysfs); a converted transport status. */
+VXHMX_API uint32_t HmGetSFPData(int Device, uint8_t *pBuffer, uint32_t BufferSize);
+
+/* The beacon state into *pUpdateMode. Returns 0; HMX_ERR_INVALID_HANDLE;
+ * HMX_ERR_INVALID_PARAMETER (null pointer); HMX_ERR_NOT_SUPPORTED (sysfs);
+ * a converted transport status. */
+VXHMX_API uint32_t HmGetBeaconControl(int Device, uint32_t *pUpdateMode);
+
+/* Sets the beacon state. As HmGetBeaconControl. */
+VXHMX_API uint32_t HmUpdateBeaconControl(int Device, uint32_t UpdateMode);
+
+/* Driver and firmware parameter blocks, NVRAM verification and the target
+ * link speed are not offered by the drivers this library serves: after the
+ * handle check they return HMX_ERR_NOT_SUPPORTED. */
+VXHMX_API uint32_t HmGetDriverParameters(int Device, uint8_t *pBuffer, uint32_t BufferSize);
+VXHMX_API uint32_t HmGetFirmwareParameters(int Device, uint8_t *pBuffer, uint32_t BufferSize);
+VXHMX_API uint32_t HmVerifyHbaNVRam(int Device, uint16_t HbaDevPortNum);
+VXHMX_API uint32_t HmGetTargetIDMALinkSpeed(int Device, uint16_t HbaDevPortNum, const uint8_t *pTargetWWN,
+                                            uint32_t *pSpeed);
+VXHMX_API uint32_t HmSetTargetIDMALinkSpeed(int Device, uint16_t HbaDevPortNum, const uint8_t *pTargetWWN,
+                                            uint32_t Speed);
+
+/* NVRAM variable numbers: the named settings inside an NVRAM image. */
+typedef enum _EnumNVRAMVar {
+    NVRAMVarId = 0,
+    NVRAMVarVersion,
+    NVRAMVarRiscVersion,
+    NVRAMVarRiscEnableHardLoopID,
+    NVRAMVarEnableFairness,
+    NVRAMVarEnableFullDuplex,
+    NVRAMVarEnableFastPosting,
+    NVRAMVarEnableTargetMode,
+    NVRAMVarDisableInitiatorMode,
+    NVRAMVarEnableADISC,
+    NVRAMVarTargetInquiryData, /* 10 */
+    NVRAMVarEnablePDBCNotify,
+    NVRAMVarNonParticipatingLIP,
+    NVRAMVarDescendingSearchLoopID,
+    NVRAMVarAcquireLoopIDInLIPA,
+    NVRAMVarStopPortQOnFullStatus,
+    NVRAMVarFullLoginAfterLIP,
+    NVRAMVarNodeNameOption,
+    NVRAMVarExtIFWCBEnableBit,
+    NVRAMVarFramePayloadSize,
+    NVRAMVarMaxIocbAllocation, /* 20 */
+    NVRAMVarExecutionThrottle,
+    NVRAMVarRetryCount,
+    NVRAMVarRetryDelay,
+    NVRAMVarPortName0,
+    NVRAMVarPortName1,
+    NVRAMVarPortName2,
+    NVRAMVarPortName3,
+    NVRAMVarPortName4,
+    NVRAMVarPortName5,
+    NVRAMVarPortName6, /* 30 */
+    NVRAMVarPortName7,
+    NVRAMVarAdapterHardLoopID,
+    NVRAMVarInquiryData,
+    NVRAMVarLoginTimeout,
+    NVRAMVarNodeName0,
+    NVRAMVarNodeName1,
+    NVRAMVarNodeName2,
+    NVRAMVarNodeName3,
+    NVRAMVarNodeName4,
+    NVRAMVarNodeName5, /* 40 */
+    NVRAMVarNodeName6,
+    NVRAMVarNodeName7,
+    NVRAMVarTimerOperationMode,
+    NVRAMVarInitConfigMode,
+    NVRAMVarEnableNonPartOnLIHAFailure,
+    NVRAMVarEnableClass2,
+    NVRAMVarEnableAck0,
+    NVRAMVarEnableFCTape,
+    NVRAMVarEnableFCConfirm,
+    NVRAMVarEnableCRN, /* 50 */
+    NVRAMVarNoLogoOnLinkDown,
+    NVRAMVarResponseAccumulationTimer,
+    NVRAMVarInterruptDelayTimer,
+    NVRAMVarEnableReadXfrRdy,
+    NVRAMVarFcpRspPayload,
+    NVRAMVarRecvOutOfOrderDataBit,
+    NVRAMVarDataRate,
+    NVRAMVarDisableBIOS,
+    NVRAMVarDisableLUNs,
+    NVRAMVarEnableSelectableBoot, /* 60 */
+    NVRAMVarDisableRISCCodeLoad,
+    NVRAMVarSetCacheLineSize1,
+    NVRAMVarPCIParityDisable,
+    NVRAMVarEnableExtendedLogging,
+    NVRAMVarEnable64BitsAddressing,
+    NVRAMVarEnableLIPReset,
+    NVRAMVarEnableLIPFullLogin,
+    NVRAMVarEnableTargetReset,
+    NVRAMVarEnableDatabaseStorage,
+    NVRAMVarEnableCacheFlushRead, /* 70 */
+    NVRAMVarEnableDatabaseLoad,
+    NVRAMVarBootNodeName0,
+    NVRAMVarBootNodeName1,
+    NVRAMVarBootNodeName2,
+    NVRAMVarBootNodeName3,
+    NVRAMVarBootNodeName4,
+    NVRAMVarBootNodeName5,
+    NVRAMVarBootNodeName6,
+    NVRAMVarBootNodeName7,
+    NVRAMVarBootLUNNumber, /* 80 */
+    NVRAMVarResetDelay,
+    NVRAMVarPortDownRetryCount,
+    NVRAMVarMaximumLUNsPerTarget,
+    NVRAMVarFcodeBootPortName0,
+    NVRAMVarFcodeBootPortName1,
+    NVRAMVarFcodeBootPortName2,
+    NVRAMVarFcodeBootPortName3,
+    NVRAMVarFcodeBootPortName4,
+    NVRAMVarFcodeBootPortName5,
+    NVRAMVarFcodeBootPortName6, /* 90 */
+    NVRAMVarFcodeBootPortName7,
+    NVRAMVarSelectiveLogin,
+    NVRAMVarEnableAltBootDevice,
+    NVRAMVarEnableBootOrderList,
+    NVRAMVarEnableSelectiveLUN,
+    NVRAMVarForceWorldLogin,
+    NVRAMVarLinkDownTimeout,
+    NVRAMVarAlt1BootPortName0,
+    NVRAMVarAlt1BootPortName1,
+    NVRAMVarAlt1BootPortName2, /* 100 */
+    NVRAMVarAlt1BootPortName3,
+    NVRAMVarAlt1BootPortName4,
+    NVRAMVarAlt1BootPortName5,
+    NVRAMVarAlt1BootPortName6,
+    NVRAMVarAlt1BootPortName7,
+    NVRAMVarAlt1BootLUNNumber,
+    NVRAMVarAlt2BootPortName0,
+    NVRAMVarAlt2BootPortName1,
+    NVRAMVarAlt2BootPortName2,
+    NVRAMVarAlt2BootPortName3, /* 110 */
+    NVRAMVarAlt2BootPortName4,
+    NVRAMVarAlt2BootPortName5,
+    NVRAMVarAlt2BootPortName6,
+    NVRAMVarAlt2BootPortName7,
+    NVRAMVarAlt2BootLUNNumber,
+    NVRAMVarAlt3BootPortName0,
+    NVRAMVarAlt3BootPortName1,
+    NVRAMVarAlt3BootPortName2,
+    NVRAMVarAlt3BootPortName3,
+    NVRAMVarAlt3BootPortName4, /* 120 */
+    NVRAMVarAlt3BootPortName5,
+    NVRAMVarAlt3BootPortName6,
+    NVRAMVarAlt3BootPortName7,
+    NVRAMVarAlt3BootLUNNumber,
+    NVRAMVarSubSystemVendorID0,
+    NVRAMVarSubSystemDeviceID0,
+    NVRAMVarSubSystemVendorID1,
+    NVRAMVarSubSystemDeviceID1,
+    NVRAMVarCheckSum,
+    NVRAMVarEnd /* 130, end marker */
+} EnumNVRAMVar;
+
+/* Value of variable parmNumber in the NVRAM image pNVRam (256 bytes basic
+ * format, 512 bytes extended format on FCX14x-class chips; the handle's chip
+ * chooses). Not a status: 0 for an unknown number or a variable the format
+ * does not carry (indistinguishable from a zero value), and
+ * HMX_ERR_INVALID_HANDLE (0x20000065) as the value for a bad handle or a
+ * null image. The adapter is not contacted. */
+VXHMX_API uint32_t HmGetVariableValue(int Device, uint8_t *pNVRam, uint32_t parmNumber);
+
+/* Changes variable parmNumber in the image to dwSetValue (masked to the
+ * variable's width); the NVRAM checksum is not recomputed. Returns 0 (also
+ * when the format does not carry the variable: nothing changes);
+ * HMX_ERR_INVALID_HANDLE; HMX_ERR_INVALID_PARAMETER (number above 129, null
+ * image). The adapter is not contacted. */
+VXHMX_API uint32_t HmSetVariableValue(int Device, uint8_t *pNVRam, uint32_t parmNumber, uint32_t dwSetValue);
+
+/* ---- Flash, NVRAM and VPD ---------------------------------------------- */
+
+/* Region codes (the low 8 bits of a region; the layout tells which an
+ * adapter has). */
+enum {
+    HMX_OPT_ROM_REGION_FW = 0x01,                      /* adapter firmware */
+    HMX_OPT_ROM_REGION_PHBIOS_PHFCODE_PHEFI_FW = 0x05, /* boot code and firmware (FCX123) */
+    HMX_OPT_ROM_REGION_PHBIOS_PHFCODE_PHEFI = 0x07,    /* boot code images (FCX14x class) */
+    HMX_OPT_ROM_REGION_ALL = 0xFF                      /* the whole flash */
+};
+
+typedef struct _HMX_OPT_ROM_REGION {
+    uint32_t Region;               /* region code */
+    uint32_t Size;                 /* bytes */
+} HMX_OPT_ROM_REGION;
+
+/* The caller allocates room for NoOfRegions entries of Region. */
+typedef struct _HMX_OPT_ROM_LAYOUT {
+    uint32_t Size;                 /* whole flash, bytes */
+    uint32_t NoOfRegions;          /* in: room in Region; out: number of regions */
+    HMX_OPT_ROM_REGION Region[1];  /* NoOfRegions entries follow */
+} HMX_OPT_ROM_LAYOUT;
+
+/* Refreshes the library's flash layout of the adapter (FCX160/FCX180: the
+ * table the adapter reports; other chips: the fixed table of the chip) and,
+ * when pLayout is not null, copies it out. Ask with NoOfRegions 0 first to
+ * learn the count. The layout is one per process and replaced by every
+ * query. Returns 0; HMX_ERR_INVALID_HANDLE; HMX_ERR_BUFFER_TOO_SMALL (only
+ * NoOfRegions is set, to the count needed); HMX_ERR_OUT_OF_MEMORY;
+ * HMX_ERR_UNKNOWN (an FCX180 that does not report its layout, or a failed
+ * transport); a converted driver status. */
+VXHMX_API uint32_t HmGetOptionRomLayout(int Device, uint16_t HbaDevPortNum, HMX_OPT_ROM_LAYOUT *pLayout);
+
+/* Reads the first BufferSize bytes of region Region (at most the region's
+ * size; the rest of the buffer is zeroed on adapters served through sysfs)
+ * into pBuffer. Flash reads hold the library's flash semaphore between
+ * processes. Returns 0; HMX_ERR_INVALID_HANDLE; HMX_ERR_INVALID_PARAMETER
+ * (null buffer, size 0); a converted transport status (an unknown region
+ * gives HMX_ERR_UNKNOWN or the driver's invalid-parameter status). */
+VXHMX_API uint32_t HmGetOptionRomEx(int Device, uint16_t HbaDevPortNum, uint8_t *pBuffer, uint32_t BufferSize,
+                                    uint32_t Region);
+
+/* Writes one region from the start of pBuffer. Checks, in order: the
+ * handle, a fresh layout, the region is in the layout (else
+ * HMX_ERR_INVALID_PARAMETER), writable (else HMX_ERR_NOT_SUPPORTED), not
+ * larger than BufferSize (else 0x20000084), not region 0 (0x20000089).
+ * Regions 0x01-0x07 and 0xFF take the preserving path, 0x13, 0x29-0x2E,
+ * 0x40, 0x41 and 0x45-0x47 are written as given, all others are refused
+ * with HMX_ERR_INVALID_PARAMETER.
+ *
+ * The preserving path keeps the adapter's own data: it reads the region's
+ * current contents, and when they start with an x86 boot image it copies
+ * the subsystem vendor bytes ("SSVID" images) and the parameter block that
+ * follows the "MEFCX " marker (256 bytes, 512 on FCX14x-class chips) into
+ * every x86 image of the new chain, sealing each changed image's checksum
+ * again. The new buffer given by the caller is not changed; the library
+ * works on its own copy.
+ * VPD on FCX120-FCX123: the VPD travels in the flash as an image of the boot
+ * chain (PCI device ID 1). The current one is carried into the new chain:
+ * it replaces a VPD image of the same length there, or is appended after
+ * the new chain's last image when that room is blank; when neither is
+ * possible the write is refused with 0x20000091 and nothing is written.
+ * VPD on FCX14x-class chips: the VPD is a separate 512-byte block. After a
+ * successful write its "V3", "V4" and "V5" fields receive the versions
+ * ("MM.mm") of the new chain's x86 BIOS, FCode and EFI images (fields keep
+ * their lengths; a field too short is left alone), the "RV" checksum is
+ * sealed again and the block written back; every other byte, the serial
+ * number among them, stays. A block that does not parse or whose checksum
+ * does not hold is never changed: 0x20000091.
+ * On FCX160 and FCX180 a boot code write to region 0xFF or 0x07 is padded to
+ * 0x80000 bytes and its first 0x40000 bytes stored again at 0x40000. Writes
+ * on those chips are widened to whole flash sectors; the bytes around the
+ * region are read first and written back unchanged.
+ * On an FCX180 a region marked for activation is activated after the
+ * write (firmware also on the adapter's other port).
+ * Returns 0; HMX_ERR_INVALID_HANDLE; HMX_ERR_INVALID_PARAMETER;
+ * HMX_ERR_NOT_SUPPORTED; HMX_ERR_OUT_OF_MEMORY; 0x20000084; 0x20000089;
+ * 0x20000090 (activation failed); 0x20000091 (VPD could not be kept or
+ * updated); a converted transport status. Flash transfers hold the
+ * library's flash semaphore. */
+VXHMX_API uint32_t HmUpdateOptionRomEx(int Device, uint16_t HbaDevPortNum, uint8_t *pBuffer, uint32_t BufferSize,
+                                       uint32_t Region);
+
+/* As HmUpdateOptionRomEx, but always the plain write (no preservation);
+ * activation as there. */
+VXHMX_API uint32_t HmUpdateOptionRomEx2(int Device, uint16_t HbaDevPortNum, uint8_t *pBuffer, uint32_t BufferSize,
+                                        uint32_t Region);
+
+/* Writes a whole boot code image with the preservation steps (region 0 of
+ * the driver). BufferSize below 0x20000 gives HMX_ERR_INVALID_PARAMETER;
+ * otherwise statuses as HmUpdateOptionRomEx. */
+VXHMX_API uint32_t HmUpdateOptionRom(int Device, uint16_t HbaDevPortNum, uint8_t *pBuffer, uint32_t BufferSize);
+
+/* Read or write BufferSize bytes at flash byte Offset. Returns 0;
+ * HMX_ERR_INVALID_HANDLE; HMX_ERR_INVALID_PARAMETER (null buffer, size 0);
+ * a converted transport status. */
+VXHMX_API uint32_t HmGetOptionRomOffset(int Device, uint16_t HbaDevPortNum, uint8_t *pBuffer, uint32_t BufferSize,
+                                        uint32_t Offset);
+VXHMX_API uint32_t HmUpdateOptionRomOffset(int Device, uint16_t HbaDevPortNum, uint8_t *pBuffer,
+                                           uint32_t BufferSize, uint32_t Offset);
+
+/* Reads or writes the port's NVRAM block. The size is cut to 256 bytes
+ * (512 on FCX14x-class chips). On an FCX180 the block is flash region 0x15
+ * (even PCI function) or 0x17 (odd). Mode is passed through. Adapters
+ * served through sysfs return the whole block the driver offers, so pass a
+ * buffer of the full block size; a larger write than the block fails.
+ * Returns 0; HMX_ERR_INVALID_HANDLE; HMX_ERR_INVALID_PARAMETER (null
+ * buffer, size 0); a converted transport status. */
+VXHMX_API uint32_t HmGetNVRam(int Device, uint16_t HbaDevPortNum, uint32_t Mode, uint8_t *pBuffer,
+                              uint32_t BufferSize);
+VXHMX_API uint32_t HmUpdateNVRam(int Device, uint16_t HbaDevPortNum, uint32_t Mode, uint8_t *pBuffer,
+                                 uint32_t BufferSize);
+
+/* Reads or writes the port's VPD block; *pBufferSize is the size in bytes
+ * (a successful write through sysfs sets it to the block's size). On an
+ * FCX180 the block is flash region 0x14 (even PCI function) or 0x16 (odd).
+ * Statuses as HmGetNVRam. */
+VXHMX_API uint32_t HmGetVpd(int Device, uint16_t HbaDevPortNum, uint8_t *pBuffer, uint32_t *pBufferSize);
+VXHMX_API uint32_t HmUpdateVpd(int Device, uint16_t HbaDevPortNum, uint8_t *pBuffer, uint32_t *pBufferSize);
+
+/* ==== End of adapter data ================================================ */
+
+
 #ifdef __cplusplus
 }
 #endif

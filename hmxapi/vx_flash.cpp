@@ -1,0 +1,410 @@
+// SPDX-License-Identifier: MIT
+// Public flash, NVRAM and VPD calls: the layout query, region reads and
+// writes (with the adapter's own data kept across boot code writes and the
+// activation of FCX180 regions), offset access and the NVRAM and VPD blocks.
+#include "vx_flash.h"
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "vx_chipdata.h"
+#include "vx_core.h"
+#include "vx_hmdbg.h"
+#include "vx_hmerr.h"
+#include "vx_ioctl.h"
+#include "vx_preserve.h"
+#include "vx_sysfs.h"
+#include "vx_vpdimage.h"
+#include "vxhmx.h"
+
+vxhmx::INT_OPT_ROM_LAYOUT gOptRomLayout;
+vxhmx::INT_OPT_ROM_LAYOUT *pGlobalOptRomLayout = nullptr;
+
+// Codes without a constant in the public header (0x20000084 and 0x20000089
+// come from the region checks): they print as "Unknown Error %xh.".
+inline constexpr uint32_t HMX_ERR_ACTIVATION_FAILED = 0x20000090u;
+inline constexpr uint32_t HMX_ERR_VPD_NOT_UPDATED = 0x20000091u;
+
+namespace {
+
+using namespace vxhmx::chipid;
+
+constexpr uint32_t kLayoutBufferSize = sizeof(vxhmx::INT_OPT_ROM_LAYOUT);  // 4088
+constexpr uint32_t kWholeImageMinimum = 0x20000;
+constexpr uint32_t kRegionRaw = 0xFFFF;
+constexpr uint32_t kVpdBlock = 512;
+constexpr uint32_t kActivateFirmwareRegion = 0x01;
+
+// A resolved handle.
+struct Port {
+    int idx = -1;
+    int fd = -1;
+    uint16_t device_id = 0;
+    bool sysfs = false;
+};
+
+bool resolve(int Device, Port &port) {
+    uint16_t idx = 0;
+    if (check_handle(static_cast<uint32_t>(Device), &idx) != 0) return false;
+    port.idx = idx;
+    port.fd = api_priv_data[idx].oshandle;
+    port.device_id = api_priv_data[idx].device_id;
+    port.sysfs = (api_priv_data[idx].features & VXF_SYSFS) != 0;
+    return true;
+}
+
+// Runs a public call body, mapping anything thrown to its status.
+template <class F>
+uint32_t guarded(F &&body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc &) {
+        return HMX_ERR_OUT_OF_MEMORY;
+    } catch (...) {
+        return HMX_ERR_UNKNOWN;
+    }
+}
+
+uint32_t block_limit(uint16_t device_id) { return vxflash_fcx14x_class(device_id) ? 512 : 256; }
+
+// PCI function of the port (low 3 bits of the chip record's device/function).
+bool pci_function(const Port &port, unsigned &function) {
+    EXT_CHIP chip{};
+    uint32_t st = 0;
+    if (vxapi_query_chip(port.fd, port.idx, &chip, &st) != 0 || !vxapi_status_usable(st)) return false;
+    function = chip.PciDevFunc & 7u;
+    return true;
+}
+
+// ---- NVRAM and VPD blocks -------------------------------------------------------------
+
+enum class Block { Nvram, Vpd };
+
+uint32_t flash_block_region(Block b, unsigned function) {
+    const bool odd = (function & 1u) != 0;
+    return b == Block::Nvram ? (odd ? 0x17 : 0x15) : (odd ? 0x16 : 0x14);
+}
+
+uint32_t read_block(const Port &port, Block b, uint8_t *buf, uint32_t cap) {
+    if (buf == nullptr || cap == 0) return HMX_ERR_INVALID_PARAMETER;
+    const uint32_t size = std::min(cap, b == Block::Nvram ? block_limit(port.device_id) : kVpdBlock);
+    uint32_t st = 0;
+    int rc = 0;
+    if (port.device_id == FCX180) {
+        // The FCX180 keeps both blocks of each PCI function in flash.
+        unsigned function = 0;
+        if (!pci_function(port, function)) return HMX_ERR_UNKNOWN;
+        rc = vxapi_read_optrom(port.fd, port.idx, buf, size, flash_block_region(b, function), 0, &st);
+    } else if (port.sysfs) {
+        rc = vxsysfs_get_block_capped(port.idx, b == Block::Nvram, buf, size, cap, &st);
+    } else {
+        rc = b == Block::Nvram ? vxapi_get_nvram(port.fd, port.idx, buf, size, &st)
+                               : vxapi_get_vpd(port.fd, port.idx, buf, size, &st);
+    }
+    return vxflash_status(rc, st);
+}
+
+uint32_t write_block(const Port &port, Block b, const uint8_t *buf, uint32_t *size_io) {
+    if (buf == nullptr || size_io == nullptr || *size_io == 0) return HMX_ERR_INVALID_PARAMETER;
+    const uint32_t size = std::min(*size_io, b == Block::Nvram ? block_limit(port.device_id) : kVpdBlock);
+    uint32_t st = 0;
+    int rc = 0;
+    if (port.device_id == FCX180) {
+        unsigned function = 0;
+        if (!pci_function(port, function)) return HMX_ERR_UNKNOWN;
+        rc = vxapi_update_optrom(port.fd, port.idx, buf, size, flash_block_region(b, function), 0, &st);
+    } else if (port.sysfs) {
+        if (b == Block::Nvram) {
+            rc = vxsysfs_set_nvram(port.fd, port.idx, buf, size, &st);
+        } else {
+            uint32_t n = size;
+            rc = vxsysfs_set_vpd_size(port.idx, buf, &n, &st);
+            if (rc == 0 && st == 0) *size_io = n;
+        }
+    } else {
+        rc = b == Block::Nvram ? vxapi_set_nvram(port.fd, port.idx, buf, size, &st)
+                               : vxapi_set_vpd(port.fd, port.idx, buf, size, &st);
+    }
+    return vxflash_status(rc, st);
+}
+
+// ---- layout ---------------------------------------------------------------------------------
+
+uint32_t get_layout(const Port &port, HMX_OPT_ROM_LAYOUT *pLayout) {
+    bool have = false;
+    if (port.device_id == FCX160 || port.device_id == FCX180) {
+        const uint32_t st = vxflash_load_adapter_layout(port.fd, port.idx);
+        if (st == 0)
+            have = true;
+        else if (port.device_id == FCX180)
+            return HMX_ERR_UNKNOWN;
+    }
+    if (!have) {
+        const uint32_t st = vxflash_load_adapter_layout(port.fd, port.idx);
+        if (st != 0) return st;
+    }
+    if (pLayout == nullptr) return HMX_STATUS_OK;
+    return vxhmx::vxlayout_copy_out(*pGlobalOptRomLayout, pLayout->Size, pLayout->NoOfRegions, pLayout->Region);
+}
+
+// ---- region writes ---------------------------------------------------------------------------
+
+uint32_t plain_write(const Port &port, const uint8_t *buf, uint32_t size, uint32_t region) {
+    if (buf == nullptr) return HMX_ERR_INVALID_PARAMETER;
+    uint32_t st = 0;
+    const int rc = vxapi_update_optrom(port.fd, port.idx, buf, size, region, 0, &st);
+    return vxflash_status(rc, st);
+}
+
+// Brings the VPD's version fields in line with the boot images just written.
+uint32_t update_vpd_versions(const Port &port, std::span<const uint8_t> image) {
+    uint8_t vpd[kVpdBlock] = {};
+    const uint32_t st = read_block(port, Block::Vpd, vpd, sizeof vpd);
+    if (st != 0) return st;
+    if (!vxhmx::vxvpd_update_ok(vxhmx::vxvpd_update_versions_from_image(vpd, image))) {
+        VXDBG(VXDBG_ERR, "HmUpdateOptionRomCommon: VPD version fields not updated.");
+        return HMX_ERR_VPD_NOT_UPDATED;
+    }
+    uint32_t size = sizeof vpd;
+    return write_block(port, Block::Vpd, vpd, &size);
+}
+
+// The preserving path: the adapter's parameter block, subsystem vendor
+// bytes and VPD survive a boot code write.
+uint32_t preserving_write(const Port &port, const uint8_t *buf, uint32_t size, uint32_t region) {
+    if (buf == nullptr || size == 0) return HMX_ERR_INVALID_PARAMETER;
+    std::vector<uint8_t> current(size);
+    uint32_t st = 0;
+    const int rc = vxapi_read_optrom(port.fd, port.idx, current.data(), size, region, 0, &st);
+    if (const uint32_t s = vxflash_status(rc, st); s != 0) return s;
+
+    // The caller's image stays as given; the adapter's data goes into a copy.
+    std::vector<uint8_t> image(buf, buf + size);
+    const auto rep = vxhmx::vxpreserve_adapter_data(current, image, vxhmx::vxpreserve_param_block_size(port.device_id));
+    VXDBG_NUM(VXDBG_TRACE, "HmUpdateOptionRomCommon: parameter blocks kept=", rep.blocks_copied, 10);
+
+    if (vxflash_vpd_image_chip(port.device_id)) {
+        const auto merged = vxhmx::vxvpd_merge_vpd_image(current, image);
+        if (!vxhmx::vxvpd_merge_ok(merged)) {
+            // Writing now would lose the adapter's VPD.
+            VXDBG(VXDBG_ERR, "HmUpdateOptionRomCommon: VPD image could not be kept, nothing written.");
+            return HMX_ERR_VPD_NOT_UPDATED;
+        }
+    }
+    if (vxhmx::vxpreserve_needs_boot_copy(port.device_id, region)) image = vxhmx::vxpreserve_double_boot_image(image);
+
+    const int wrc = vxapi_update_optrom(port.fd, port.idx, image.data(), static_cast<uint32_t>(image.size()), region, 0,
+                                        &st);
+    if (const uint32_t s = vxflash_status(wrc, st); s != 0) return s;
+    if (vxflash_fcx14x_class(port.device_id)) return update_vpd_versions(port, image);
+    return HMX_STATUS_OK;
+}
+
+// The other port of the adapter (another PCI function of the same device).
+int other_port_of(const Port &port) {
+    EXT_CHIP me{};
+    uint32_t st = 0;
+    if (vxapi_query_chip(port.fd, port.idx, &me, &st) != 0 || !vxapi_status_usable(st)) return -1;
+    for (int i = 0; i < kMaxAdapters; ++i) {
+        const vxapi_priv_db_t &rec = api_priv_data[i];
+        if (i == port.idx || rec.phys_path[0] == '\0' || rec.device_id != port.device_id) continue;
+        if ((rec.features & (VXF_IOCTL | VXF_SYSFS)) == 0) continue;
+        // Open it to ask where it sits; closed again by the caller or here.
+        uint32_t handle = 0;
+        int os_error = 0;
+        if (vxapi_open_adapter(i, &handle, &os_error) != 0) continue;
+        EXT_CHIP them{};
+        const bool same = vxapi_query_chip(rec.oshandle, i, &them, &st) == 0 && vxapi_status_usable(st) &&
+                          them.DomainNr == me.DomainNr && them.PciBusNumber == me.PciBusNumber &&
+                          (them.PciDevFunc >> 3) == (me.PciDevFunc >> 3) && them.PciDevFunc != me.PciDevFunc;
+        if (same) return i;
+        vxapi_close_adapter(i, &os_error);
+    }
+    return -1;
+}
+
+uint32_t activate(int fd, int idx, uint32_t code) {
+    uint32_t st = 0;
+    // The request carries the code in its 16-bit sub-code field.
+    const int rc = vxapi_activate_region(fd, idx, static_cast<uint16_t>(code), &st);
+    return rc == 0 && st == 0 ? HMX_STATUS_OK : HMX_ERR_ACTIVATION_FAILED;
+}
+
+uint32_t activate_after_write(const Port &port, const vxhmx::INT_OPT_ROM_REGION &entry) {
+    const uint32_t code = vxhmx::vxlayout_activation_code(port.device_id, entry.Region);
+    if (code == 0) return HMX_STATUS_OK;
+    if (activate(port.fd, port.idx, code) != 0) return HMX_ERR_ACTIVATION_FAILED;
+    if ((entry.Region & vxhmx::kRegionCodeMask) != kActivateFirmwareRegion) return HMX_STATUS_OK;
+    // Firmware runs on both ports: the other one is activated as well.
+    const int other = other_port_of(port);
+    if (other < 0) return HMX_STATUS_OK;
+    const uint32_t st = activate(api_priv_data[other].oshandle, other, code);
+    int os_error = 0;
+    vxapi_close_adapter(other, &os_error);
+    return st;
+}
+
+enum class WriteMode { ByRegion, PlainOnly };
+
+uint32_t update_region(int Device, uint16_t port_no, uint8_t *buf, uint32_t size, uint32_t region, WriteMode mode) {
+    Port port;
+    if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
+    if (const uint32_t st = get_layout(port, nullptr); st != 0) return st;
+    (void)port_no;
+
+    const vxhmx::INT_OPT_ROM_REGION *entry = nullptr;
+    const uint32_t check = vxhmx::vxlayout_check_region_write(*pGlobalOptRomLayout, region, size, &entry);
+    if (check == HMX_ERR_NOT_SUPPORTED)
+        VXDBG(VXDBG_ERR, "HmUpdateOptionRomEx: Read only Region, can't do write operation");
+    if (check != 0) return check;
+    // The entry lives in the global layout, which the activation of the
+    // other port may replace: keep a copy.
+    const vxhmx::INT_OPT_ROM_REGION region_entry = *entry;
+
+    const auto path = mode == WriteMode::PlainOnly ? vxhmx::OptRomWritePath::Plain : vxhmx::vxlayout_write_path(region);
+    uint32_t st = HMX_ERR_INVALID_PARAMETER;
+    switch (path) {
+    case vxhmx::OptRomWritePath::Preserving: st = preserving_write(port, buf, size, region); break;
+    case vxhmx::OptRomWritePath::Plain: st = plain_write(port, buf, size, region); break;
+    case vxhmx::OptRomWritePath::Refused: return HMX_ERR_INVALID_PARAMETER;
+    }
+    if (st != 0) return st;
+    return activate_after_write(port, region_entry);
+}
+
+uint32_t offset_access(int Device, uint8_t *buf, uint32_t size, uint32_t offset, bool write) {
+    Port port;
+    if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
+    if (buf == nullptr || size == 0) return HMX_ERR_INVALID_PARAMETER;
+    uint32_t st = 0;
+    const int rc = write ? vxapi_update_optrom(port.fd, port.idx, buf, size, kRegionRaw, offset, &st)
+                         : vxapi_read_optrom(port.fd, port.idx, buf, size, kRegionRaw, offset, &st);
+    return vxflash_status(rc, st);
+}
+
+}  // namespace
+
+// ---- shared helpers -----------------------------------------------------------------------
+
+bool vxflash_fcx14x_class(uint16_t id) {
+    return id == FCX140 || id == FCX141 || id == FCX144 || id == FCX145 || id == FCX150 || id == FCX160 ||
+           id == FCX180;
+}
+
+bool vxflash_vpd_image_chip(uint16_t id) { return id == FCX120 || id == FCX121 || id == FCX122 || id == FCX123; }
+
+uint32_t vxflash_status(int rc, uint32_t ext_stat) {
+    if (rc < 0) return errno != 0 ? static_cast<uint32_t>(errno) : HMX_ERR_UNKNOWN;
+    if (rc != 0) return HMX_ERR_UNKNOWN;
+    return HmXlateHMXErr(ext_stat, 0);
+}
+
+uint32_t vxflash_load_adapter_layout(int fd, int api_idx) {
+    std::vector<uint8_t> reply(kLayoutBufferSize, 0);
+    uint32_t st = 0;
+    const int rc = vxapi_get_optrom_layout(fd, api_idx, reply.data(), kLayoutBufferSize, &st);
+    if (const uint32_t s = vxflash_status(rc, st); s != 0) return s;
+    vxhmx::INT_OPT_ROM_LAYOUT layout{};
+    if (!vxhmx::vxlayout_parse_reply(reply, layout) || vxhmx::vxlayout_entry_count(layout) == 0)
+        return HMX_ERR_UNKNOWN;
+    gOptRomLayout = layout;
+    pGlobalOptRomLayout = &gOptRomLayout;
+    return HMX_STATUS_OK;
+}
+
+void vxapi_set_global_option_rom_layout(int fd, int api_idx) {
+    try {
+        if (vxflash_load_adapter_layout(fd, api_idx) != 0)
+            VXDBG(VXDBG_ERR, "vxapi_set_global_option_rom_layout: adapter layout not available.");
+    } catch (...) {
+        // Without a layout the region map answers size 0 and transfers fail cleanly.
+    }
+}
+
+// ---- public calls -------------------------------------------------------------------------------
+
+extern "C" uint32_t HmGetOptionRomLayout(int Device, uint16_t, HMX_OPT_ROM_LAYOUT *pLayout) {
+    return guarded([&] {
+        Port port;
+        if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
+        return get_layout(port, pLayout);
+    });
+}
+
+extern "C" uint32_t HmGetOptionRomEx(int Device, uint16_t, uint8_t *pBuffer, uint32_t BufferSize, uint32_t Region) {
+    return guarded([&] {
+        Port port;
+        if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
+        if (pBuffer == nullptr || BufferSize == 0) return HMX_ERR_INVALID_PARAMETER;
+        uint32_t st = 0;
+        const int rc = vxapi_read_optrom(port.fd, port.idx, pBuffer, BufferSize, Region, 0, &st);
+        return vxflash_status(rc, st);
+    });
+}
+
+extern "C" uint32_t HmUpdateOptionRomEx(int Device, uint16_t HbaDevPortNum, uint8_t *pBuffer, uint32_t BufferSize,
+                                        uint32_t Region) {
+    return guarded([&] { return update_region(Device, HbaDevPortNum, pBuffer, BufferSize, Region, WriteMode::ByRegion); });
+}
+
+extern "C" uint32_t HmUpdateOptionRomEx2(int Device, uint16_t HbaDevPortNum, uint8_t *pBuffer, uint32_t BufferSize,
+                                         uint32_t Region) {
+    return guarded([&] { return update_region(Device, HbaDevPortNum, pBuffer, BufferSize, Region, WriteMode::PlainOnly); });
+}
+
+extern "C" uint32_t HmUpdateOptionRom(int Device, uint16_t, uint8_t *pBuffer, uint32_t BufferSize) {
+    return guarded([&] {
+        Port port;
+        if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
+        if (BufferSize < kWholeImageMinimum) return HMX_ERR_INVALID_PARAMETER;
+        if (const uint32_t st = get_layout(port, nullptr); st != 0) return st;
+        return preserving_write(port, pBuffer, BufferSize, 0);
+    });
+}
+
+extern "C" uint32_t HmGetOptionRomOffset(int Device, uint16_t, uint8_t *pBuffer, uint32_t BufferSize,
+                                         uint32_t Offset) {
+    return guarded([&] { return offset_access(Device, pBuffer, BufferSize, Offset, false); });
+}
+
+extern "C" uint32_t HmUpdateOptionRomOffset(int Device, uint16_t, uint8_t *pBuffer, uint32_t BufferSize,
+                                            uint32_t Offset) {
+    return guarded([&] { return offset_access(Device, pBuffer, BufferSize, Offset, true); });
+}
+
+extern "C" uint32_t HmGetNVRam(int Device, uint16_t, uint32_t /*Mode*/, uint8_t *pBuffer, uint32_t BufferSize) {
+    return guarded([&] {
+        Port port;
+        if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
+        return read_block(port, Block::Nvram, pBuffer, BufferSize);
+    });
+}
+
+extern "C" uint32_t HmUpdateNVRam(int Device, uint16_t, uint32_t /*Mode*/, uint8_t *pBuffer, uint32_t BufferSize) {
+    return guarded([&] {
+        Port port;
+        if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
+        uint32_t size = BufferSize;
+        return write_block(port, Block::Nvram, pBuffer, &size);
+    });
+}
+
+extern "C" uint32_t HmGetVpd(int Device, uint16_t, uint8_t *pBuffer, uint32_t *pBufferSize) {
+    return guarded([&] {
+        Port port;
+        if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
+        if (pBufferSize == nullptr) return HMX_ERR_INVALID_PARAMETER;
+        return read_block(port, Block::Vpd, pBuffer, *pBufferSize);
+    });
+}
+
+extern "C" uint32_t HmUpdateVpd(int Device, uint16_t, uint8_t *pBuffer, uint32_t *pBufferSize) {
+    return guarded([&] {
+        Port port;
+        if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
+        return write_block(port, Block::Vpd, pBuffer, pBufferSize);
+    });
+}
