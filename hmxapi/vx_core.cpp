@@ -22,6 +22,7 @@
 #include "vx_netlink.h"
 #include "vx_os.h"
 #include "vx_sysfs.h"
+#include "vx_vpdimage.h"
 
 vxapi_priv_db_t api_priv_data[kMaxAdapters];
 int OS_Type = kOsTypeOther;
@@ -150,45 +151,6 @@ bool vxapi_driver_new_cfg_store(const DriverVersion &v) {
 
 namespace vxhmx {
 
-// Serial number from a VPD image: the "SN" keyword of the read-only section.
-bool vpd_serial_number(std::span<const uint8_t> vpd, char *out, std::size_t out_size) {
-    const ByteReader r(vpd);
-    std::size_t off = 0;
-    while (off < vpd.size()) {
-        const auto tag = r.u8(off);
-        if (!tag) return false;
-        if (*tag == 0x78 || *tag == 0x79) return false;  // end tag
-        if ((*tag & 0x80) == 0) {                         // small resource
-            off += 1 + (*tag & 0x07);
-            continue;
-        }
-        const auto len = r.le16(off + 1);
-        if (!len) return false;
-        const std::size_t body = off + 3;
-        if (*tag == 0x90) {  // read-only keywords
-            std::size_t k = body;
-            while (k + 3 <= body + *len && k + 3 <= vpd.size()) {
-                const uint8_t klen = vpd[k + 2];
-                if (vpd[k] == 'S' && vpd[k + 1] == 'N') {
-                    if (k + 3 + klen > vpd.size()) return false;
-                    std::string_view text(reinterpret_cast<const char *>(&vpd[k + 3]), klen);
-                    while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.remove_suffix(1);
-                    if (text.empty()) return false;
-                    copy_text(out, out_size, text);
-                    return true;
-                }
-                k += 3 + klen;
-            }
-        }
-        off = body + *len;
-    }
-    return false;
-}
-
-}  // namespace vxhmx
-
-namespace vxhmx {
-
 bool parse_dev_numbers(const char *text, unsigned *major_no, unsigned *minor_no) {
     return std::sscanf(text, "%u:%u", major_no, minor_no) == 2;
 }
@@ -219,7 +181,8 @@ static int vxapi_get_vpd_serialnum(int fd, int idx, char *out, std::size_t out_s
     uint8_t vpd[512] = {};
     uint32_t status = 0;
     if (vxapi_get_vpd(fd, idx, vpd, sizeof vpd, &status) != 0 || !vxapi_status_usable(status)) return 1;
-    return vxhmx::vpd_serial_number(vpd, out, out_size) ? 0 : 1;
+    // A blank field counts as none: the computed number is better than nothing.
+    return vxhmx::vxvpd_serial_number(vpd, out, out_size) && out[0] != '\0' ? 0 : 1;
 }
 
 // ---- node discovery ------------------------------------------------------------

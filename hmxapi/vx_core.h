@@ -95,8 +95,6 @@ namespace vxhmx {
 bool parse_dev_numbers(const char *text, unsigned *major_no, unsigned *minor_no);
 // Major number of the last /proc/devices line naming the driver.
 bool proc_devices_major(std::string_view text, const char *name, unsigned *major_no);
-// Serial number from a VPD image (the "SN" keyword of the read-only section).
-bool vpd_serial_number(std::span<const uint8_t> vpd, char *out, std::size_t out_size);
 }  // namespace vxhmx
 
 // Debug-friendly name of a record's index for traces.

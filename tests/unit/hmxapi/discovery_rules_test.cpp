@@ -57,49 +57,6 @@ TEST(SerialNumber, ComputedFromNodeName) {
     EXPECT_STREQ(out, "A00000");
 }
 
-std::vector<uint8_t> vpd_with(const std::string &serial) {
-    std::vector<uint8_t> v{0x82, 6, 0, 'V', 'X', '2', '1', '6', '2'};
-    std::vector<uint8_t> ro{'P', 'N', 3, 'V', 'X', '1'};
-    ro.insert(ro.end(), {'S', 'N', static_cast<uint8_t>(serial.size())});
-    ro.insert(ro.end(), serial.begin(), serial.end());
-    ro.insert(ro.end(), {'R', 'V', 1, 0});
-    v.insert(v.end(), {0x90, static_cast<uint8_t>(ro.size()), 0});
-    v.insert(v.end(), ro.begin(), ro.end());
-    v.push_back(0x78);
-    return v;
-}
-
-TEST(SerialNumber, TakenFromTheVpdReadOnlySection) {
-    char out[32];
-    auto vpd = vpd_with("VXA1234567  ");
-    ASSERT_TRUE(vxhmx::vpd_serial_number(vpd, out, sizeof out));
-    EXPECT_STREQ(out, "VXA1234567");
-    vpd.resize(512, 0xFF);
-    ASSERT_TRUE(vxhmx::vpd_serial_number(vpd, out, sizeof out));
-    char tiny[4];
-    ASSERT_TRUE(vxhmx::vpd_serial_number(vpd, tiny, sizeof tiny));
-    EXPECT_STREQ(tiny, "VXA");
-}
-
-TEST(SerialNumber, DamagedVpdGivesNoSerial) {
-    char out[32];
-    auto vpd = vpd_with("VXA1234567");
-    // Every truncation before the end of the SN text (byte 31).
-    for (long cut = 0; cut < 31; ++cut) {
-        std::vector<uint8_t> shorter(vpd.begin(), vpd.begin() + cut);
-        EXPECT_FALSE(vxhmx::vpd_serial_number(shorter, out, sizeof out)) << cut;
-    }
-    std::vector<uint8_t> whole_field(vpd.begin(), vpd.begin() + 31);
-    EXPECT_TRUE(vxhmx::vpd_serial_number(whole_field, out, sizeof out));
-    std::vector<uint8_t> blank(512, 0xFF);
-    EXPECT_FALSE(vxhmx::vpd_serial_number(blank, out, sizeof out));
-    std::vector<uint8_t> no_sn{0x82, 1, 0, 'X', 0x78};
-    EXPECT_FALSE(vxhmx::vpd_serial_number(no_sn, out, sizeof out));
-    // A keyword length that runs past the buffer.
-    std::vector<uint8_t> overrun{0x90, 10, 0, 'S', 'N', 200, 'A'};
-    EXPECT_FALSE(vxhmx::vpd_serial_number(overrun, out, sizeof out));
-}
-
 TEST(ChipData, FamiliesAndIds) {
     EXPECT_EQ(vxhmx::chip_device_id("FCX160"), 0x0160);
     EXPECT_EQ(vxhmx::chip_device_id("FCX999"), 0);
