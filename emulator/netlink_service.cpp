@@ -17,10 +17,20 @@ std::vector<uint8_t> NetlinkService::handle(std::span<const uint8_t> msg, unsign
     e.pid = pid;
     e.length = msg.size();
     const ByteReader r(msg);
+    // A malformed request is still answered (with "invalid parameter") when it is
+    // long enough to carry a reply, so a caller never waits for nothing.
     auto done = [&](std::string violation) {
         e.violation = std::move(violation);
         log_.record(e);
-        return std::vector<uint8_t>{};
+        std::vector<uint8_t> reply;
+        if (msg.size() >= nl::kRequestHdr) {
+            reply.assign(nl::kNlHdr + nl::kFcMsg, 0);
+            ByteWriter w(reply);
+            w.le32(0, static_cast<uint32_t>(reply.size()));
+            w.le16(4, nl::kMsgType);
+            w.le32(nl::kNlHdr + nl::kError, 6);
+        }
+        return reply;
     };
     if (msg.size() < nl::kRequestHdr) return done("netlink message of " + std::to_string(msg.size()) + " bytes");
     const uint32_t len = *r.le32(0);

@@ -13,6 +13,7 @@
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 static int g_old; /* use the older 88-byte header */
@@ -118,6 +119,8 @@ static int do_netlink(int argc, char **argv) {
     if (argc < 3) return usage();
     int s = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, 20);
     if (s < 0) { printf("socket errno=%d\n", errno); return 1; }
+    struct timeval tv = {2, 0}; /* never hang a test on a reply that does not come */
+    setsockopt(s, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
     struct sockaddr_nl me = {.nl_family = AF_NETLINK, .nl_pid = (uint32_t)getpid()};
     if (bind(s, (struct sockaddr *)&me, sizeof me) != 0) { printf("bind errno=%d\n", errno); return 1; }
     struct sockaddr_nl got = {0};

@@ -1,0 +1,93 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# State persists from one run to the next; the sandbox keeps /etc, /usr/lib,
+# /tmp, /dev, System V IPC and the mount table of the machine untouched, also
+# when the command or vxemu itself is killed; exit statuses.
+. "$(dirname "$0")/lib.sh"
+
+mounts_before=$(wc -l < /proc/self/mountinfo)
+sems_before=$(ipcs -s | wc -l)
+etc_before=$(ls -la /etc | md5sum)
+
+# ---- run 1 writes flash, NVRAM, /etc, /usr/lib, /tmp and a semaphore
+vx --state st -- sh -c '
+H=/sys/bus/pci/drivers/vxa2xxx/0000:05:00.0/host5
+printf "2:148000:6\0" > $H/optrom_ctl; printf "RUN-1!" > $H/optrom; printf "3\0" > $H/optrom_ctl; printf "0\0" > $H/optrom_ctl
+head -c 512 /dev/zero | tr "\0" "N" > $H/nvram
+echo "release 9" > /etc/vxemu-e2e-release
+echo "log line" >> /usr/lib/vxemu-e2e.log
+touch /tmp/vxemu-e2e-tmpfile
+ipcmk -S 1 > /dev/null && ipcs -s | grep -c 0x
+ls /tmp | wc -l
+cat /proc/sys/kernel/ostype
+'
+expect_eq "$RC" 0 "run 1"
+expect_eq "$(echo "$OUT" | tr "\n" " ")" "1 1 Linux " "private semaphores, fresh /tmp, ostype"
+expect_eq "$(cat st/etc-upper/vxemu-e2e-release)" "release 9" "/etc change lands in the state"
+expect_eq "$(cat st/usrlib-upper/vxemu-e2e.log)" "log line" "/usr/lib change lands in the state"
+[ -e /etc/vxemu-e2e-release ] && fail "real /etc touched"
+[ -e /usr/lib/vxemu-e2e.log ] && fail "real /usr/lib touched"
+[ -e /tmp/vxemu-e2e-tmpfile ] && fail "real /tmp touched"
+[ -e st/.run ] && fail "run directory left behind"
+
+# ---- run 2 boots from the state of run 1
+vx --state st -- sh -c '
+H=/sys/bus/pci/drivers/vxa2xxx/0000:05:00.0/host5
+printf "1:148000:6\0" > $H/optrom_ctl; cat $H/optrom; echo; printf "0\0" > $H/optrom_ctl
+head -c 4 $H/nvram; echo
+cat /etc/vxemu-e2e-release
+'
+expect_eq "$(echo "$OUT" | tr "\n" " ")" "RUN-1! NNNN release 9 " "second run sees the first run's state"
+
+# ---- host description: /etc files, ostype, /proc/devices
+cat > host.json <<'JSON'
+{ "ostype": "VMkernel", "etc": { "/etc/redhat-release": "Red Hat Enterprise Linux release 9.2\n" } }
+JSON
+vx --host host.json -- sh -c 'cat /proc/sys/kernel/ostype /etc/redhat-release; grep -c vxa2xxx /proc/devices; grep "^  1 " /proc/devices'
+expect_eq "$(echo "$OUT" | tr "\n" "|")" "VMkernel|Red Hat Enterprise Linux release 9.2|1|  1 mem|  1 vxa2xxx|" "host description in the sandbox"
+
+# ---- the working directory stays visible when it lies under /tmp
+tmpwork=$(mktemp -d /tmp/vxemu-e2e-XXXXXX)
+cp "$PROBE" "$tmpwork/"
+echo hello > "$tmpwork/seen"
+(cd "$tmpwork" && "$VXEMU" run -- sh -c 'cat seen; ls /tmp; ./vxemu_probe count' > out 2>&1)
+expect_eq "$(cat "$tmpwork/out" | tr "\n" " ")" "hello $(basename "$tmpwork") rc=0 status=0 detail=0 resplen=0 count=2 " "working directory under /tmp"
+rm -rf "$tmpwork"
+
+# ---- exit statuses; the scratch state directory goes away
+mkdir scratch
+TMPDIR=$WORK/scratch "$VXEMU" run -- sh -c 'exit 7'
+expect_eq "$?" 7 "command status passes through"
+expect_eq "$(ls -A scratch)" "" "scratch state removed"
+vx -- sh -c 'kill -9 $$'
+expect_eq "$RC" 137 "killed command"
+vx -- ./no-such-command
+expect_eq "$RC" 127 "command not found"
+echo '{ "adapters": [ { "chip": 12 } ] }' > bad.json
+vx --host bad.json -- true
+expect_eq "$RC" 125 "bad host description"
+expect_has "$ERR" "bad.json" "the message names the host file"
+vx --bogus -- true
+expect_eq "$RC" 2 "bad command line"
+
+# ---- served until the last process is gone, even after the command's main process exits
+vx -- sh -c '(sleep 0.3; ./vxemu_probe count > late.txt) & exit 0'
+expect_eq "$RC" 0 "background run"
+expect_has "$(cat late.txt 2>/dev/null)" "count=2" "background process still served"
+
+# ---- vxemu killed by SIGTERM: the command dies with it and nothing stays behind
+"$VXEMU" run --state st3 -- sh -c 'sleep 30; echo survived > survived.txt' &
+vxpid=$!
+sleep 0.5
+kill -TERM "$vxpid"
+wait "$vxpid"
+expect_eq "$?" 143 "vxemu ends on SIGTERM"
+sleep 0.2
+[ -e survived.txt ] && fail "command survived vxemu"
+[ -e st3/.run ] && fail "run directory left after SIGTERM"
+[ -e st3/adapters/lab160/flash.bin ] || fail "state written after SIGTERM"
+
+expect_eq "$(wc -l < /proc/self/mountinfo)" "$mounts_before" "no mounts left"
+expect_eq "$(ipcs -s | wc -l)" "$sems_before" "no semaphores left"
+expect_eq "$(ls -la /etc | md5sum)" "$etc_before" "/etc untouched"
+finish
