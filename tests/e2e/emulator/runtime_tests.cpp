@@ -1,0 +1,302 @@
+// SPDX-License-Identifier: MIT
+// Pure-logic tests of the vxemu runtime: the request service against a fake
+// caller memory, the attribute protocol of the sysfs tree, the emulated
+// /proc/devices text and the traffic log lines.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <map>
+
+#include "driver_service.h"
+#include "sandbox.h"
+#include "sysfs_tree.h"
+#include "traffic_log.h"
+#include "wire.h"
+
+namespace vxemu {
+namespace {
+
+// A caller address space made of separate blocks; anything else is unmapped.
+class FakeMemory final : public RemoteMemory {
+public:
+    uint64_t map(std::vector<uint8_t> bytes) {
+        const uint64_t addr = next_;
+        next_ += 0x100000;
+        blocks_[addr] = std::move(bytes);
+        return addr;
+    }
+    std::vector<uint8_t> &at(uint64_t addr) { return blocks_.at(addr); }
+    bool read(uint64_t addr, std::span<uint8_t> out) override {
+        auto *b = find(addr, out.size());
+        if (b == nullptr) return false;
+        std::memcpy(out.data(), b, out.size());
+        return true;
+    }
+    bool write(uint64_t addr, std::span<const uint8_t> in) override {
+        auto *b = find(addr, in.size());
+        if (b == nullptr) return false;
+        std::memcpy(b, in.data(), in.size());
+        return true;
+    }
+
+private:
+    uint8_t *find(uint64_t addr, size_t n) {
+        for (auto &[base, bytes] : blocks_)
+            if (addr >= base && addr - base + n <= bytes.size()) return bytes.data() + (addr - base);
+        return nullptr;
+    }
+    std::map<uint64_t, std::vector<uint8_t>> blocks_;
+    uint64_t next_ = 0x10000;
+};
+
+Host test_host() {
+    auto h = parse_host_json(R"({
+      "adapters": [
+        { "name": "a", "chip": "FCX141", "transport": "ioctl", "flash": { "bios": "1.00", "firmware": "5.0.1" },
+          "functions": [ { "pci": "0000:07:00.0", "host": 7 } ] },
+        { "name": "o", "chip": "FCX123", "transport": "ioctl_old", "flash": { "bios": "1.00", "firmware": "3.3.1" },
+          "functions": [ { "pci": "0000:08:00.0", "host": 8 } ] },
+        { "name": "s", "chip": "FCX144", "transport": "sysfs", "chunked": true,
+          "flash": { "bios": "1.00", "firmware": "5.0.1" }, "functions": [ { "pci": "0000:09:00.0", "host": 9 } ] } ] })",
+                             "test.json");
+    EXPECT_TRUE(h.ok()) << h.error().message;
+    return std::move(h).value();
+}
+
+struct Fixture : ::testing::Test {
+    Host host = test_host();
+    TrafficLog log;
+    FaultInjector faults{host};
+    DriverService driver{host, log, faults};
+    FakeMemory mem;
+
+    // A current-layout header built at the documented offsets.
+    std::vector<uint8_t> header(uint16_t sub, uint16_t hba, uint64_t req, uint32_t reqlen, uint64_t resp,
+                                uint32_t resplen, uint32_t reserved1 = 0) {
+        std::vector<uint8_t> h(116, 0);
+        wire::ByteWriter w(h);
+        std::memcpy(h.data(), "VARNIX", 6);
+        w.le16(8, 2);
+        w.le16(10, 7);
+        w.le16(12, sub);
+        w.le32(24, reserved1);
+        w.le32(28, reqlen);
+        w.le32(32, resplen);
+        w.le64(36, req);
+        w.le64(44, resp);
+        w.le16(52, hba);
+        return h;
+    }
+    uint32_t status_of(uint64_t hdr) { return *wire::ByteReader(mem.at(hdr)).le32(16); }
+};
+
+TEST(ByteReader, FailsOnShortBuffersInsteadOfReadingPast) {
+    const std::vector<uint8_t> b{1, 2, 3};
+    const wire::ByteReader r(b);
+    EXPECT_EQ(r.le16(1), 0x0302);
+    EXPECT_FALSE(r.le16(2).has_value());
+    EXPECT_FALSE(r.le32(0).has_value());
+    EXPECT_FALSE(r.le16(SIZE_MAX).has_value());
+}
+
+TEST_F(Fixture, HeaderChecksAndOutcomes) {
+    struct Case {
+        const char *what;
+        unsigned long nr;
+        std::function<void(std::vector<uint8_t> &)> tweak;
+        int err;
+        uint32_t status;
+        bool violation;
+    };
+    const uint64_t resp = mem.map(std::vector<uint8_t>(696));
+    const Case cases[] = {
+        {"good node query", 0xC0747900, [](auto &) {}, 0, 0, false},
+        {"signature", 0xC0747900, [](auto &h) { h[5] = 'Y'; }, 0, 6, true},
+        {"signature without NUL padding", 0xC0747900, [](auto &h) { h[7] = 'Z'; }, 0, 6, true},
+        {"version", 0xC0747900, [](auto &h) { h[10] = 5; }, 0, 13, true},
+        {"addr mode", 0xC0747900, [](auto &h) { h[8] = 3; }, 0, 6, true},
+        {"unknown instance", 0xC0747900, [](auto &h) { h[52] = 9; }, 0, 9, false},
+        {"response too small", 0xC0747900, [](auto &h) { h[32] = 100; h[33] = 0; }, 0, 16, true},
+        {"unknown command", 0xC0747977, [](auto &) {}, EINVAL, 0, true},
+    };
+    for (const Case &c : cases) {
+        auto h = header(1, 0, 0, 0, resp, 696);
+        c.tweak(h);
+        const uint64_t hdr = mem.map(h);
+        const unsigned before = log.violations();
+        EXPECT_EQ(driver.handle_ioctl(c.nr, hdr, mem), c.err) << c.what;
+        if (c.err == 0) {
+            EXPECT_EQ(status_of(hdr), c.status) << c.what;
+        }
+        EXPECT_EQ(log.violations() > before, c.violation) << c.what;
+    }
+    EXPECT_EQ(driver.handle_ioctl(0xC0747900, 0xdead0000, mem), EFAULT) << "header not mapped";
+}
+
+TEST_F(Fixture, OldLayoutReadsSignatureThroughItsPointerAndBindsByLayout) {
+    const uint64_t sig = mem.map({'V', 'A', 'R', 'N', 'I', 'X', 0, 0});
+    const uint64_t resp = mem.map(std::vector<uint8_t>(696));
+    std::vector<uint8_t> h(88, 0);
+    wire::ByteWriter w(h);
+    w.le64(0, sig);
+    w.le16(8, 2);
+    w.le16(10, 5);
+    w.le16(12, 1);
+    w.le32(32, 696);
+    w.le64(48, resp);  // ResponseAdr after the alignment gap
+    w.le16(56, 1);     // HbaSelect: the older adapter is driver instance 1
+    const uint64_t hdr = mem.map(h);
+    ASSERT_EQ(driver.handle_ioctl(0xC0087900, hdr, mem), 0);
+    EXPECT_EQ(*wire::ByteReader(mem.at(hdr)).le32(16), 0u);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(mem.at(resp).data()) + 8), "Varnix Corporation");
+
+    // Binding: instance 1 only through the older header, instance 0 only through the current one.
+    auto bind = [&](unsigned long nr, uint16_t inst) {
+        std::vector<uint8_t> b = nr == 0xC00879FE ? h : header(0, 0, 0, 0, 0, 0);
+        wire::ByteWriter(b).le16(14, inst);
+        const uint64_t a = mem.map(b);
+        EXPECT_EQ(driver.handle_ioctl(nr, a, mem), 0);
+        return std::make_pair(*wire::ByteReader(mem.at(a)).le32(16), *wire::ByteReader(mem.at(a)).le32(20));
+    };
+    EXPECT_EQ(bind(0xC00879FE, 1), std::make_pair(0u, 8u));
+    EXPECT_NE(bind(0xC07479FE, 1).first, 0u);
+    EXPECT_EQ(bind(0xC07479FE, 0), std::make_pair(0u, 7u));
+    EXPECT_EQ(log.violations(), 0u);
+}
+
+TEST_F(Fixture, FlashWindowsAreBoundedByRegionAndFlash) {
+    const Adapter &a = host.adapters[0];
+    struct Case {
+        uint16_t region;
+        uint32_t offset, len;
+        uint32_t status;
+    };
+    const Case cases[] = {
+        {0x29, 0, 0x4000, 0},          // whole region
+        {0x29, 0x3FFF, 1, 0},          // last byte
+        {0x29, 0x3FFF, 2, 6},          // one past the region
+        {0xFFFF, static_cast<uint32_t>(a.flash.size()) - 4, 4, 0},
+        {0xFFFF, static_cast<uint32_t>(a.flash.size()) - 4, 5, 6},
+        {0x13, 0, 16, 6},              // region this chip does not have
+    };
+    for (const Case &c : cases) {
+        const uint64_t data = mem.map(std::vector<uint8_t>(c.len, 0x5A));
+        const uint64_t hdr = mem.map(header(c.region, 0, data, c.len, 0, 0, c.offset));
+        ASSERT_EQ(driver.handle_ioctl(0xC074790A, hdr, mem), 0);
+        EXPECT_EQ(status_of(hdr), c.status) << c.region << "+" << c.offset << ":" << c.len;
+    }
+    EXPECT_EQ(host.adapters[0].flash[0x58000 + 0x3FFF], 0x5A);
+    EXPECT_EQ(log.violations(), 0u);
+}
+
+TEST_F(Fixture, NvramReadCopiesAtMostTheBlockAndReportsTheCount) {
+    const uint64_t resp = mem.map(std::vector<uint8_t>(4096));
+    for (const auto &[asked, got] : {std::pair{100u, 100u}, {512u, 512u}, {4096u, 512u}}) {
+        const uint64_t hdr = mem.map(header(0, 0, 0, 0, resp, asked));
+        ASSERT_EQ(driver.handle_ioctl(0xC074790C, hdr, mem), 0);
+        EXPECT_EQ(*wire::ByteReader(mem.at(hdr)).le32(32), got);
+    }
+}
+
+// ---- sysfs attributes
+
+struct TreeFixture : ::testing::Test {
+    Host host = test_host();
+    TrafficLog log;
+    FaultInjector faults{host};
+    SysfsTree tree{host, log, faults};
+    std::string dir = "bus/pci/drivers/vxa2xxx/0000:09:00.0";
+
+    uint64_t file(const std::string &name) {
+        // The driver link resolves to the device directory.
+        const SysfsNode *link = tree.node(*tree.walk(dir));
+        EXPECT_EQ(link->type, NodeType::link);
+        auto ino = tree.walk("devices/pci0000:09/0000:09:00.0/host9/" + name);
+        EXPECT_TRUE(ino.has_value()) << name;
+        return ino.value_or(0);
+    }
+    int ctl(const std::string &cmd) {
+        uint64_t fh = 0;
+        EXPECT_EQ(tree.open(file("optrom_ctl"), O_WRONLY, fh), 0);
+        std::string with_nul = cmd;
+        with_nul.push_back('\0');
+        size_t written = 0;
+        const int err = tree.write(fh, 0, std::span(reinterpret_cast<const uint8_t *>(with_nul.data()), with_nul.size()),
+                                   written);
+        tree.release(fh);
+        return err;
+    }
+};
+
+TEST_F(TreeFixture, ModeBitsAreEnforcedEvenForRoot) {
+    uint64_t fh = 0;
+    EXPECT_EQ(tree.open(file("optrom_ctl"), O_RDONLY, fh), EACCES);
+    EXPECT_EQ(tree.open(file("optrom_ctl"), O_RDWR, fh), EACCES);
+    EXPECT_EQ(tree.open(file("fw_version"), O_WRONLY, fh), EACCES);
+    EXPECT_EQ(tree.open(file("nvram"), O_RDWR, fh), 0);
+}
+
+TEST_F(TreeFixture, ControlCommands) {
+    const struct {
+        const char *cmd;
+        int err;
+    } steps[] = {
+        {"4", EINVAL},            // chunked driver refuses the old probe
+        {"3", EINVAL},            // nothing staged
+        {"1", 0},        {"0", 0},
+        {"1:58000:4000", 0},      // hex offset and size
+        {"1:58000:", EINVAL},     {"1:xyz:10", EINVAL},
+        {"2:fffff:2", EINVAL},    // window past the end
+        {"2:fffff:1", 0},         {"3", 0}, {"0", 0},
+        {"0\n", 0},               // trailing newline ignored
+        {"7", EINVAL},
+    };
+    for (const auto &s : steps) EXPECT_EQ(ctl(s.cmd), s.err) << s.cmd;
+}
+
+TEST_F(TreeFixture, StagedWriteCommitsOnlyOnThreeAndKeepsUnwrittenBytes) {
+    std::vector<uint8_t> &flash = host.adapters[2].flash;
+    const std::vector<uint8_t> before(flash.begin() + 0x58000, flash.begin() + 0x58010);
+    ASSERT_EQ(ctl("2:58000:10"), 0);
+    uint64_t fh = 0;
+    ASSERT_EQ(tree.open(file("optrom"), O_WRONLY, fh), 0);
+    const uint8_t data[4] = {1, 2, 3, 4};
+    size_t written = 0;
+    ASSERT_EQ(tree.write(fh, 4, data, written), 0);
+    EXPECT_EQ(written, 4u);
+    EXPECT_EQ(tree.write(fh, 0x10, data, written), EFBIG) << "past the staged window";
+    tree.release(fh);
+    EXPECT_TRUE(std::equal(before.begin(), before.end(), flash.begin() + 0x58000)) << "nothing before 3";
+    ASSERT_EQ(ctl("3"), 0);
+    EXPECT_TRUE(std::equal(before.begin(), before.begin() + 4, flash.begin() + 0x58000));
+    EXPECT_EQ(flash[0x58004], 1);
+    EXPECT_EQ(flash[0x58007], 4);
+    EXPECT_TRUE(std::equal(before.begin() + 8, before.end(), flash.begin() + 0x58008));
+}
+
+TEST(ProcDevices, DriverLineReplacesOthersInTheCharacterSection) {
+    const std::string real =
+        "Character devices:\n  1 mem\n  4 tty\n254 vxa2xxx_old\n\nBlock devices:\n  7 loop\n254 vxa2xxx\n";
+    EXPECT_EQ(emulated_proc_devices(real, "vxa2xxx", 1),
+              "Character devices:\n  1 mem\n  1 vxa2xxx\n  4 tty\n\nBlock devices:\n  7 loop\n");
+    EXPECT_EQ(emulated_proc_devices("Block devices:\n  7 loop\n", "vxa2xxx", 1),
+              "Block devices:\n  7 loop\nCharacter devices:\n  1 vxa2xxx\n");
+}
+
+TEST(TrafficLog, LinesAreValidJsonEvenForOddBytes) {
+    TrafficEntry e;
+    e.kind = "attr";
+    e.attribute = "optrom_ctl";
+    e.text = std::string("1:\"\xff\n", 5);
+    e.violation = "unknown optrom_ctl command";
+    const std::string line = TrafficLog::to_json(e);
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    EXPECT_NE(line.find(R"("text":"1:\")"), std::string::npos) << line;
+    EXPECT_NE(line.find(R"("violation":"unknown optrom_ctl command")"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace vxemu
