@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # Helpers shared by the emulator's end-to-end scripts. Each script is called
-# as: script VXEMU PROBE WORKDIR. WORKDIR is recreated empty and becomes the
+# as: script VXEMU PROBE WORKDIR [SYSFS_PROBE]. WORKDIR is recreated empty and becomes the
 # working directory, so everything the sandboxed command needs lies inside it.
 set -u
 VXEMU=$1
@@ -10,6 +10,7 @@ rm -rf "$WORK"
 mkdir -p "$WORK"
 cd "$WORK" || exit 1
 cp "$PROBE_SRC" ./vxemu_probe
+[ -n "${4:-}" ] && cp "$4" ./vxemu_sysfs_probe
 PROBE=./vxemu_probe
 FAILS=0
 

@@ -60,6 +60,19 @@ expect_eq "$(log_lines st/traffic.jsonl violation)" 2 "two violations"
 expect_has "$(grep '"text":"2:148000:8"' st/traffic.jsonl)" '"region":255,"offset":1343488,"length":8' "ctl command logged with its window"
 expect_eq "$(dd if=st/adapters/lab160/flash.bin bs=1 skip=$((0x148000)) count=8 2>/dev/null)" "ABCDEFGH" "flash state"
 
+# libsysfs finds the mount, the driver's devices, the class devices and their
+# links, and moves attributes the way the library does.
+vx -- ./vxemu_sysfs_probe
+expect_eq "$RC" 0 "libsysfs walk"
+expect_eq "$OUT" "mnt=/sys
+device=0000:05:00.0 driver=vxa2xxx bus=pci vendor=0x1de5
+device=0000:05:00.1 driver=vxa2xxx bus=pci vendor=0x1de5
+node=1:3
+port_name=0x2100001de5160000 device=host5
+ctl method=2 probe4 rc=-1 errno=22
+window len=4096
+nvram len=512 method=3" "what libsysfs sees"
+
 # A driver without chunked access: "4" is accepted, the partial forms are refused.
 cat > nochunk.json <<'JSON'
 { "adapters": [ { "name": "a144", "chip": "FCX144", "transport": "sysfs", "chunked": false,
