@@ -246,10 +246,11 @@ int run_command(const RunOptions &opts) {
         }
     };
 
-    if (!setup_error.empty() && supervisor.fd() < 0) {
-        // The command never ran; the FUSE session may be half set up.
-        fail("sandbox: " + setup_error);
-        ::kill(child, SIGKILL);
+    if (!setup_error.empty() || supervisor.fd() < 0 || fuse.fd() < 0) {
+        // Without both services the command would hang on /sys or its requests:
+        // never let it run half served.
+        fail("sandbox: " + (setup_error.empty() ? std::string("setup did not complete") : setup_error));
+        for (pid_t p : descendants(child)) ::kill(p, SIGKILL);
         reap(0);
         return kExitSetup;
     }
