@@ -26,6 +26,7 @@ $P req 0 0x06 8 0 16; $P req 0 0x18 0x25c 0 0
 $P req 0 0xd2 0 0 100; $P req 0 0xc8 0 0 64; $P req 0 0xcc 0 32 8 0; $P req 1 0xce 0 32 256 1
 $P req 0 0x02 0 8 0; $P req 0 0x03 0 0 64
 $P query 5 1
+$P req 0 0xfd 0 8 16
 '
 expect_eq "$RC" 0 "exit status"
 line() { echo "$OUT" | sed -n "$1p"; }
@@ -77,7 +78,8 @@ expect_has "$(line 43)" "status=0 detail=0 resplen=0" "no events pending"
 expect_has "$(line 44)" "status=9" "request to an instance the driver does not have"
 
 # The log has one line per request, in order, with no violation.
-expect_eq "$(wc -l < st/traffic.jsonl)" 44 "one log line per request"
+expect_has "$(line 45)" "status=9" "port name that no target has"
+expect_eq "$(wc -l < st/traffic.jsonl)" 45 "one log line per request"
 expect_eq "$(log_lines st/traffic.jsonl violation)" 0 "no violations"
 expect_eq "$(sed -n 16p st/traffic.jsonl)" '{"kind":"ioctl","pid":'"$(sed -n 16p st/traffic.jsonl | sed 's/.*"pid":\([0-9]*\).*/\1/')"',"adapter":"lab141","function":0,"command":10,"subcode":41,"layout":"current","region":41,"offset":16,"length":16,"status":0}' "flash write log line"
 # The state holds what was written.

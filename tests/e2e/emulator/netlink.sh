@@ -5,11 +5,12 @@
 # the driver's result.
 . "$(dirname "$0")/lib.sh"
 
-vx --state st -- sh -c './vxemu_probe nl 5 7 0; ./vxemu_probe nl 5 4'
+vx --state st -- sh -c './vxemu_probe nl 5 7 0; ./vxemu_probe nl 5 4; ./vxemu_probe nl18'
 expect_eq "$RC" 0 "clean netlink run"
 expect_eq "$(echo "$OUT" | sed -n 1p)" "len=2088 error=0 speed=4" "port parameters: 8 Gbit is speed code 4"
 expect_has "$(echo "$OUT" | sed -n 2p)" "error=0" "event fetch"
-expect_eq "$(log_lines st/traffic.jsonl '"kind":"netlink"')" 4 "two sockets and two requests logged"
+expect_eq "$(echo "$OUT" | sed -n 3p)" "bind=0 join=0 recv=-1 errno=11" "transport socket: bound, joined, nothing queued"
+expect_eq "$(log_lines st/traffic.jsonl '"kind":"netlink"')" 5 "three sockets and two requests logged"
 
 vx --state st2 -- sh -c './vxemu_probe nl 5 7 0 badlen; ./vxemu_probe nl 77 7 0'
 expect_eq "$RC" 86 "malformed netlink requests are violations"

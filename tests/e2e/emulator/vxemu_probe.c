@@ -152,6 +152,21 @@ static int do_netlink(int argc, char **argv) {
     return 0;
 }
 
+/* The SCSI transport socket: bound to the FC event group and joined to it. */
+static int do_transport_socket(void) {
+    int s = socket(AF_NETLINK, SOCK_DGRAM, 18);
+    if (s < 0) { printf("socket errno=%d\n", errno); return 1; }
+    struct sockaddr_nl me = {.nl_family = AF_NETLINK, .nl_pid = (uint32_t)getpid(), .nl_groups = 4};
+    int b = bind(s, (struct sockaddr *)&me, sizeof me);
+    int group = 4;
+    int j = setsockopt(s, 270 /* SOL_NETLINK */, 1 /* NETLINK_ADD_MEMBERSHIP */, &group, sizeof group);
+    char buf[64];
+    ssize_t n = recv(s, buf, sizeof buf, MSG_DONTWAIT);
+    printf("bind=%d join=%d recv=%zd errno=%d\n", b, j, n, n < 0 ? errno : 0);
+    close(s);
+    return 0;
+}
+
 int main(int argc, char **argv) {
     int a = 1;
     if (a < argc && strcmp(argv[a], "-o") == 0) { g_old = 1; ++a; }
@@ -160,6 +175,7 @@ int main(int argc, char **argv) {
     argc -= a;
     argv += a;
     if (strcmp(cmd, "nl") == 0) return do_netlink(argc, argv);
+    if (strcmp(cmd, "nl18") == 0) return do_transport_socket();
     const char *node = getenv("VXPROBE_NODE") ? getenv("VXPROBE_NODE") : "/dev/vxa2xxx";
     g_fd = open(node, O_RDWR | O_CLOEXEC);
     if (g_fd < 0) { printf("open errno=%d\n", errno); return 1; }
