@@ -3,6 +3,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -186,6 +187,7 @@ int run_command(const RunOptions &opts) {
     sigaddset(&mask, SIGTERM);
     sigaddset(&mask, SIGINT);
     sigaddset(&mask, SIGHUP);
+    sigaddset(&mask, SIGCHLD);
     sigprocmask(SIG_BLOCK, &mask, &old_mask);
     UniqueFd sigfd(::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK));
 
@@ -203,6 +205,9 @@ int run_command(const RunOptions &opts) {
     std::error_code cwd_ec;
     cfg.cwd = fs::current_path(cwd_ec).string();
 
+    // Orphans of the command come to us, so that a killed run can find them
+    // and their exit is reaped here (a zombie would keep the filter alive).
+    ::prctl(PR_SET_CHILD_SUBREAPER, 1);
     std::fflush(nullptr);
     const pid_t child = ::fork();
     if (child < 0) {
@@ -215,7 +220,6 @@ int run_command(const RunOptions &opts) {
         sandbox_child(cfg, host, child_sock.get());
     }
     child_sock.reset();
-    UniqueFd pidfd(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
 
     // ---- setup messages until exec closes the socket
     std::string setup_error;
@@ -245,12 +249,25 @@ int run_command(const RunOptions &opts) {
             child_status = status_of(ws);
         }
     };
+    auto reap_all = [&] {
+        int ws = 0;
+        pid_t p;
+        while ((p = ::waitpid(-1, &ws, WNOHANG)) > 0)
+            if (p == child && !child_done) {
+                child_done = true;
+                child_status = status_of(ws);
+            }
+    };
+    auto kill_all = [] {
+        for (pid_t p : descendants(::getpid()))
+            if (p != ::getpid()) ::kill(p, SIGKILL);
+    };
 
     if (!setup_error.empty() || supervisor.fd() < 0 || fuse.fd() < 0) {
         // Without both services the command would hang on /sys or its requests:
         // never let it run half served.
         fail("sandbox: " + (setup_error.empty() ? std::string("setup did not complete") : setup_error));
-        for (pid_t p : descendants(child)) ::kill(p, SIGKILL);
+        kill_all();
         reap(0);
         return kExitSetup;
     }
@@ -263,7 +280,6 @@ int run_command(const RunOptions &opts) {
         pfds.push_back({supervisor.fd(), POLLIN, 0});
         pfds.push_back({fuse_alive ? fuse.fd() : -1, POLLIN, 0});
         pfds.push_back({sigfd.get(), POLLIN, 0});
-        pfds.push_back({child_done ? -1 : pidfd.get(), POLLIN, 0});
         const std::vector<int> nl = supervisor.netlink_fds();
         for (int fd : nl) pfds.push_back({fd, POLLIN, 0});
         if (::poll(pfds.data(), pfds.size(), -1) < 0) {
@@ -274,20 +290,24 @@ int run_command(const RunOptions &opts) {
         if (pfds[1].revents != 0 && !fuse.process()) fuse_alive = false;
         if (pfds[0].revents & POLLIN) supervisor.process();
         for (size_t k = 0; k < nl.size(); ++k)
-            if (pfds[4 + k].revents != 0 && !supervisor.serve_netlink(nl[k])) supervisor.drop_netlink(nl[k]);
-        if (pfds[3].revents != 0) reap(WNOHANG);
+            if (pfds[3 + k].revents != 0 && !supervisor.serve_netlink(nl[k])) supervisor.drop_netlink(nl[k]);
         if (pfds[2].revents != 0) {
             signalfd_siginfo si{};
-            if (::read(sigfd.get(), &si, sizeof si) == sizeof si && stop_signal == 0) {
-                stop_signal = static_cast<int>(si.ssi_signo);
-                // Kill the whole command; the namespaces, mounts and semaphores go with it.
-                for (pid_t p : descendants(child)) ::kill(p, SIGKILL);
+            while (::read(sigfd.get(), &si, sizeof si) == sizeof si) {
+                if (si.ssi_signo == SIGCHLD) {
+                    reap_all();
+                } else if (stop_signal == 0) {
+                    stop_signal = static_cast<int>(si.ssi_signo);
+                    // Kill the whole command; the namespaces, mounts and semaphores go with it.
+                    kill_all();
+                }
             }
         }
         if ((pfds[0].revents & (POLLHUP | POLLERR)) != 0 && (pfds[0].revents & POLLIN) == 0) break;
     }
     supervisor.close();
     reap(0);
+    reap_all();
     // A background process that left the filter's reach may still hold the mount
     // namespace; nothing more to serve, so end anyway.
 

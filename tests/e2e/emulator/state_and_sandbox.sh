@@ -76,7 +76,7 @@ expect_eq "$RC" 0 "background run"
 expect_has "$(cat late.txt 2>/dev/null)" "count=2" "background process still served"
 
 # ---- vxemu killed by SIGTERM: the command dies with it and nothing stays behind
-"$VXEMU" run --state st3 -- sh -c 'sleep 30; echo survived > survived.txt' &
+"$VXEMU" run --state st3 -- sh -c '(sleep 29.123 &); sleep 30; echo survived > survived.txt' &
 vxpid=$!
 sleep 0.5
 kill -TERM "$vxpid"
@@ -84,6 +84,7 @@ wait "$vxpid"
 expect_eq "$?" 143 "vxemu ends on SIGTERM"
 sleep 0.2
 [ -e survived.txt ] && fail "command survived vxemu"
+expect_eq "$(ps -eo args | grep -c '^sleep 29.123')" 0 "orphaned background process killed too"
 [ -e st3/.run ] && fail "run directory left after SIGTERM"
 [ -e st3/adapters/lab160/flash.bin ] || fail "state written after SIGTERM"
 
