@@ -1,0 +1,491 @@
+// SPDX-License-Identifier: MIT
+// Adapter data over both transports, through the public header only: the C
+// client runs inside the adapter emulator, and each test checks the
+// client's output, the adapters' files the emulator leaves in its state
+// directory and the traffic log. Hosts: an FCX160 over sysfs with and
+// without the partial flash forms, and one adapter of each family over the
+// driver node (FCX123, FCX141, FCX160, dual-port FCX180).
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <fstream>
+#include <ostream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "process.h"
+
+namespace {
+
+using Bytes = std::string;
+
+constexpr int kMalformedRequest = 86;  // vxemu: the driver saw a malformed request
+
+std::string host_file(const std::string &name) { return std::string(XFER_HOSTS_DIR) + "/" + name; }
+
+Bytes random_bytes(std::size_t n, unsigned seed) {
+    std::mt19937 gen(seed);
+    Bytes b(n, '\0');
+    for (auto &c : b) c = static_cast<char>(gen() & 0xFF);
+    return b;
+}
+
+// One emulated host with its own state directory; runs keep the state.
+class Host {
+public:
+    explicit Host(const std::string &host) : host_(host) {}
+
+    fwtest::RunResult run(const std::string &script) {
+        fwtest::RunOptions opts;
+        opts.cwd = dir_.path();
+        opts.env = {"XC=" + fwtest::bin_path("xfer_client")};
+        opts.timeout_seconds = 120;
+        auto r = fwtest::run(
+            {fwtest::bin_path("vxemu"), "run", "--host", host_, "--state", dir_ / "st", "--", "sh", "-c", script}, opts);
+        EXPECT_NE(r.status, kMalformedRequest) << "malformed request: " << r.err;
+        return r;
+    }
+    std::string path(const std::string &name) const { return dir_ / name; }
+    Bytes flash(const std::string &adapter) const { return fwtest::read_file(dir_ / ("st/adapters/" + adapter + "/flash.bin")); }
+    Bytes block(const std::string &adapter, const char *kind, int fn) const {
+        return fwtest::read_file(dir_ / ("st/adapters/" + adapter + "/" + kind + "." + std::to_string(fn) + ".bin"));
+    }
+    void put(const std::string &name, const Bytes &data) const { fwtest::write_file(dir_ / name, data); }
+    Bytes get(const std::string &name) const { return fwtest::read_file(dir_ / name); }
+    std::vector<nlohmann::json> log() const {
+        std::vector<nlohmann::json> out;
+        std::istringstream in(fwtest::read_file(dir_ / "st/traffic.jsonl"));
+        std::string line;
+        while (std::getline(in, line))
+            if (!line.empty()) out.push_back(nlohmann::json::parse(line));
+        return out;
+    }
+    // Control commands written to one function's optrom_ctl, the discovery
+    // probe "4" left out.
+    std::vector<std::string> ctl_commands(int fn) const {
+        std::vector<std::string> out;
+        for (const auto &e : log())
+            if (e.value("attribute", "") == "optrom_ctl" && e.value("function", -1) == fn && e.value("text", "") != "4")
+                out.push_back(e.value("text", ""));
+        return out;
+    }
+
+private:
+    std::string host_;
+    fwtest::TempDir dir_{"adapterdata"};
+};
+
+// Test name of a host file and adapter instance: "sysfs_chunked_0".
+std::string case_name(const std::string &host, int instance) {
+    return host.substr(0, host.find('.')) + "_" + std::to_string(instance);
+}
+
+std::string hex(unsigned v) {
+    char b[16];
+    std::snprintf(b, sizeof b, "0x%x", v);
+    return b;
+}
+
+// A client call inside the sandbox: "$XC op args".
+std::string xc(const std::string &args) { return "\"$XC\" " + args + "; "; }
+
+// ---- layouts --------------------------------------------------------------------
+
+struct LayoutCase {
+    const char *host;
+    int instance;
+    unsigned count;
+    const char *first_lines;  // after the count-first probe
+};
+
+void PrintTo(const LayoutCase &c, std::ostream *os) { *os << c.host << " #" << c.instance; }
+
+class XferLayouts : public ::testing::TestWithParam<LayoutCase> {};
+
+TEST_P(XferLayouts, CountFirstThenTheTable) {
+    const auto &c = GetParam();
+    Host h(host_file(c.host));
+    const auto r = h.run(xc("layout " + std::to_string(c.instance)));
+    ASSERT_EQ(r.status, 0) << r.err;
+    char probe[64];
+    std::snprintf(probe, sizeof probe, "probe status=0x20000072 count=%u\n", c.count);
+    EXPECT_EQ(r.out.rfind(probe, 0), 0u) << r.out;
+    EXPECT_NE(r.out.find(c.first_lines), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("close status=0x00000000\n"), std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AllTransports, XferLayouts,
+    ::testing::Values(
+        LayoutCase{"sysfs_chunked.json", 0, 12,
+                   "layout status=0x00000000 size=0x100000 count=12\nregion 0xff size 0x100000\n"
+                   "region 0x07 size 0x80000\nregion 0x01 size 0x80000\nregion 0x08 size 0x10000\n"},
+        LayoutCase{"sysfs_plain.json", 1, 12, "region 0x2a size 0x4000\nclose"},
+        LayoutCase{"ioctl_families.json", 0, 2,
+                   "layout status=0x00000000 size=0x100000 count=2\nregion 0xff size 0x100000\n"
+                   "region 0x05 size 0x100000\nclose"},
+        LayoutCase{"ioctl_families.json", 1, 5,
+                   "region 0x07 size 0x40000\nregion 0x29 size 0x4000\nregion 0x2a size 0x4000\n"
+                   "region 0x01 size 0x80000\nclose"},
+        LayoutCase{"ioctl_families.json", 2, 12, "region 0x2b size 0x8000\nregion 0x29 size 0x4000\n"},
+        LayoutCase{"ioctl_families.json", 3, 12,
+                   "layout status=0x00000000 size=0x200000 count=12\nregion 0xff size 0x200000\n"
+                   "region 0x07 size 0x80000\nregion 0x01 size 0x80000\nregion 0x40 size 0x10000\n"}),
+    [](const auto &p) { return case_name(p.param.host, p.param.instance); });
+
+// ---- region reads and writes ------------------------------------------------------
+
+struct RegionCase {
+    const char *host;
+    int instance;
+    const char *adapter;
+    unsigned region;
+    uint32_t beg;
+    uint32_t size;
+};
+
+void PrintTo(const RegionCase &c, std::ostream *os) { *os << c.adapter << " " << hex(c.region); }
+
+class XferRegions : public ::testing::TestWithParam<RegionCase> {};
+
+TEST_P(XferRegions, ReadGivesExactlyTheRegionAndWriteTouchesNothingElse) {
+    const auto &c = GetParam();
+    Host h(host_file(c.host));
+    const std::string inst = std::to_string(c.instance);
+    auto r = h.run(xc("read " + inst + " " + hex(c.region) + " " + hex(c.size) + " got.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(r.out, "read status=0x00000000\nclose status=0x00000000\n");
+    const Bytes before = h.flash(c.adapter);
+    ASSERT_GE(before.size(), std::size_t{c.beg} + c.size);
+    EXPECT_TRUE(h.get("got.bin") == before.substr(c.beg, c.size));
+
+    const Bytes data = random_bytes(c.size, c.region);
+    h.put("new.bin", data);
+    r = h.run(xc("write " + inst + " " + hex(c.region) + " new.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "write status=0x00000000\nclose status=0x00000000\n");
+    const Bytes after = h.flash(c.adapter);
+    ASSERT_EQ(after.size(), before.size());
+    EXPECT_TRUE(after.substr(c.beg, c.size) == data);
+    EXPECT_TRUE(after.substr(0, c.beg) == before.substr(0, c.beg)) << "bytes before the region changed";
+    EXPECT_TRUE(after.substr(c.beg + c.size) == before.substr(c.beg + c.size)) << "bytes after the region changed";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AllTransports, XferRegions,
+    ::testing::Values(RegionCase{"sysfs_chunked.json", 0, "fcx160", 0x29, 0x170000, 0x4000},
+                      RegionCase{"sysfs_plain.json", 0, "fcx160", 0x2A, 0x174000, 0x4000},
+                      RegionCase{"sysfs_plain.json", 1, "fcx160", 0x13, 0x100000, 0x20000},
+                      RegionCase{"ioctl_families.json", 1, "fcx141", 0x29, 0x58000, 0x4000},
+                      RegionCase{"ioctl_families.json", 2, "fcx160", 0x2B, 0x148000, 0x8000},
+                      RegionCase{"ioctl_families.json", 3, "fcx180", 0x41, 0x110000, 0x10000}),
+    [](const auto &p) { return case_name(p.param.host, p.param.instance) + "_region" + hex(p.param.region); });
+
+TEST(XferRegions, FCX123ReadsItsWholeBootAndFirmwareRegion) {
+    Host h(host_file("ioctl_families.json"));
+    const auto r = h.run(xc("read 0 0x05 0x100000 got.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(h.get("got.bin") == h.flash("fcx123").substr(0, 0x100000));
+}
+
+// ---- the attribute protocol ------------------------------------------------------------
+
+TEST(XferSysfsProtocol, ChunkedWriteReadsTheSectorThenStagesTheWindow) {
+    Host h(host_file("sysfs_chunked.json"));
+    h.put("new.bin", random_bytes(0x4000, 1));
+    const auto r = h.run(xc("write 0 0x29 new.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    // The 16 KiB region is widened to its 64 KiB sector, which is read first.
+    const std::vector<std::string> want{"1:170000:10000", "0", "2:170000:10000", "3", "0"};
+    EXPECT_EQ(h.ctl_commands(0), want);
+    EXPECT_TRUE(h.ctl_commands(1).empty());
+}
+
+TEST(XferSysfsProtocol, WithoutPartialFormsEveryTransferMovesTheWholeFlash) {
+    Host h(host_file("sysfs_plain.json"));
+    h.put("new.bin", random_bytes(0x4000, 2));
+    const auto r = h.run(xc("read 0 0x07 0x80000 got.bin") + xc("write 0 0x29 new.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(h.get("got.bin") == h.flash("fcx160").substr(0, 0x80000));
+    const std::vector<std::string> want{"1", "0",             // the read
+                                        "1", "0", "1", "0",   // sector contents, whole flash
+                                        "2", "3", "0"};       // whole flash back
+    EXPECT_EQ(h.ctl_commands(0), want);
+}
+
+TEST(XferSysfsProtocol, ConcurrentWritersNeverInterleaveTheirCommands) {
+    Host h(host_file("sysfs_chunked.json"));
+    const Bytes a = random_bytes(0x4000, 3), b = random_bytes(0x4000, 4);
+    h.put("a.bin", a);
+    h.put("b.bin", b);
+    const auto r =
+        h.run("\"$XC\" repeat-write 0 0x29 a.bin 4 > a.out & \"$XC\" repeat-write 0 0x2A b.bin 4 > b.out; wait");
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string ok4 = "repeat-write status=0x00000000\nrepeat-write status=0x00000000\n"
+                            "repeat-write status=0x00000000\nrepeat-write status=0x00000000\n"
+                            "close status=0x00000000\n";
+    EXPECT_EQ(h.get("a.out"), ok4);
+    EXPECT_EQ(h.get("b.out"), ok4);
+    // Every access runs from its start command to its "0" before the next starts.
+    const auto cmds = h.ctl_commands(0);
+    ASSERT_EQ(cmds.size(), 8u * 5u);
+    bool open = false;
+    for (const auto &c : cmds) {
+        if (c == "0") {
+            EXPECT_TRUE(open);
+            open = false;
+        } else if (c == "3") {
+            EXPECT_TRUE(open);
+        } else {
+            EXPECT_FALSE(open) << "a second access started inside another";
+            open = true;
+        }
+    }
+    const Bytes flash = h.flash("fcx160");
+    EXPECT_TRUE(flash.substr(0x170000, 0x4000) == a);
+    EXPECT_TRUE(flash.substr(0x174000, 0x4000) == b);
+}
+
+// ---- statuses --------------------------------------------------------------------------
+
+struct CodeCase {
+    const char *name;
+    const char *host;
+    const char *script;
+    const char *out;
+};
+
+void PrintTo(const CodeCase &c, std::ostream *os) { *os << c.name; }
+
+class XferCodes : public ::testing::TestWithParam<CodeCase> {};
+
+TEST_P(XferCodes, DocumentedStatus) {
+    const auto &c = GetParam();
+    Host h(host_file(c.host));
+    h.put("r16k.bin", random_bytes(0x4000, 5));
+    h.put("r64k.bin", random_bytes(0x10000, 6));
+    const auto r = h.run(c.script);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, c.out);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Flash, XferCodes,
+    ::testing::Values(
+        CodeCase{"ReadOnlyRegion", "ioctl_families.json", "\"$XC\" write 3 0x46 r64k.bin",
+                 "write status=0x20000066\nclose status=0x00000000\n"},
+        CodeCase{"BufferShorterThanRegion", "ioctl_families.json", "\"$XC\" write 1 0x01 r64k.bin",
+                 "write status=0x20000084\nclose status=0x00000000\n"},
+        CodeCase{"RegionZero", "sysfs_chunked.json", "\"$XC\" write 0 0 r16k.bin",
+                 "write status=0x20000089\nclose status=0x00000000\n"},
+        CodeCase{"UnknownRegion", "sysfs_chunked.json", "\"$XC\" write 0 0x77 r16k.bin",
+                 "write status=0x20000064\nclose status=0x00000000\n"},
+        CodeCase{"RegionWithoutWritePath", "ioctl_families.json", "\"$XC\" write 2 0x08 r64k.bin",
+                 "write status=0x20000064\nclose status=0x00000000\n"},
+        CodeCase{"BadHandle", "sysfs_chunked.json", "\"$XC\" badhandle",
+                 "open status=0x00000000\nlayout status=0x20000065\nread status=0x20000065\n"
+                 "write status=0x20000065\nnvram status=0x20000065\nvpd status=0x20000065\n"
+                 "node status=0x20000065\nvar value=0x20000065\nsetvar status=0x20000065\n"
+                 "reset status=0x20000066\n"}),
+    [](const auto &p) { return std::string(p.param.name); });
+
+TEST(XferActivation, FirmwareIsActivatedOnBothPortsOfAnFCX180) {
+    Host h(host_file("ioctl_families.json"));
+    h.put("fw.bin", random_bytes(0x80000, 7));
+    const auto r = h.run(xc("write 3 0x01 fw.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "write status=0x00000000\nclose status=0x00000000\n");
+    std::vector<int> functions;
+    for (const auto &e : h.log())
+        if (e.value("command", -1) == 0x18) {
+            EXPECT_EQ(e.value("subcode", 0), 0x025C);
+            functions.push_back(e.value("function", -1));
+        }
+    EXPECT_EQ(functions, (std::vector<int>{0, 1}));
+    EXPECT_TRUE(h.flash("fcx180").substr(0x80000, 0x80000) == random_bytes(0x80000, 7));
+}
+
+TEST(XferActivation, FailedActivationIsReported) {
+    fwtest::TempDir d("adapterdata-host");
+    std::string host = fwtest::read_file(host_file("ioctl_families.json"));
+    host.insert(host.find("\"adapters\""), R"("faults": [ { "adapter": "fcx180", "command": "0x18", "kind": "status", "status": 1 } ],)"
+                                           "\n  ");
+    fwtest::write_file(d / "host.json", host);
+    Host h(d / "host.json");
+    h.put("r64k.bin", random_bytes(0x10000, 8));
+    const auto r = h.run(xc("write 3 0x40 r64k.bin") + xc("write 3 0x2A r64k.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    // 0x40 needs activation and fails; the FCX180 table has no 0x2A.
+    EXPECT_EQ(r.out, "write status=0x20000090\nclose status=0x00000000\nwrite status=0x20000064\n"
+                     "close status=0x00000000\n");
+}
+
+// ---- NVRAM variables and blocks ---------------------------------------------------------
+
+struct NvramCase {
+    const char *host;
+    int instance;
+    const char *adapter;
+    int function;
+    unsigned ssdid;
+    std::size_t block;
+    std::size_t option_byte;  // byte holding NVRAMVarNodeNameOption (bit 6)
+};
+
+void PrintTo(const NvramCase &c, std::ostream *os) { *os << c.adapter << " function " << c.function; }
+
+class XferNvramVariables : public ::testing::TestWithParam<NvramCase> {};
+
+TEST_P(XferNvramVariables, ReadAndWriteInTheAdaptersFormat) {
+    const auto &c = GetParam();
+    Host h(host_file(c.host));
+    const std::string inst = std::to_string(c.instance);
+    auto r = h.run(xc("var-get " + inst + " 128") + xc("nvram-get " + inst + " 512 nv.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    char want[160];
+    std::snprintf(want, sizeof want,
+                  "nvram-get status=0x00000000\nvalue=0x%x\nclose status=0x00000000\n"
+                  "nvram-get status=0x00000000\nclose status=0x00000000\n",
+                  c.ssdid);
+    EXPECT_EQ(r.out, want);
+    const Bytes before = h.block(c.adapter, "nvram", c.function);
+    ASSERT_EQ(before.size(), c.block);
+    EXPECT_TRUE(h.get("nv.bin").substr(0, c.block) == before);
+
+    const bool was_set = (static_cast<uint8_t>(before[c.option_byte]) & 0x40) != 0;
+    r = h.run(xc("var-set " + inst + " 17 " + (was_set ? "0" : "1")));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "nvram-get status=0x00000000\nset status=0x00000000\nnvram-set status=0x00000000\n"
+                     "close status=0x00000000\n");
+    const Bytes after = h.block(c.adapter, "nvram", c.function);
+    ASSERT_EQ(after.size(), before.size());
+    for (std::size_t i = 0; i < after.size(); ++i) {
+        const uint8_t diff = static_cast<uint8_t>(after[i] ^ before[i]);
+        EXPECT_EQ(diff, i == c.option_byte ? 0x40 : 0) << "byte " << i;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BothFormats, XferNvramVariables,
+    ::testing::Values(NvramCase{"ioctl_families.json", 0, "fcx123", 0, 0x123, 256, 9},  // basic: word 4 bit 14
+                      NvramCase{"ioctl_families.json", 1, "fcx141", 0, 0x141, 512, 0x2D},
+                      NvramCase{"sysfs_chunked.json", 1, "fcx160", 1, 0x162, 512, 0x2D},
+                      NvramCase{"ioctl_families.json", 4, "fcx180", 1, 0x182, 512, 0x2D}),
+    [](const auto &p) { return case_name(p.param.host, p.param.instance); });
+
+TEST(XferNvramBlock, SysfsReadNeedsTheWholeBlock) {
+    Host h(host_file("sysfs_chunked.json"));
+    const auto r = h.run(xc("nvram-get 0 100 nv.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "nvram-get status=0x20000072\nclose status=0x00000000\n");
+}
+
+// ---- VPD -------------------------------------------------------------------------------------
+
+TEST(XferVpd, SerialNumberComesFromTheVpdAndTheBlockRoundTrips) {
+    Host h(host_file("sysfs_chunked.json"));
+    auto r = h.run(xc("props 0") + xc("vpd-get 0 512 vpd.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("model=VX2162-SYSFS-LO serial=VXS0000160 ports=2\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("portid=010200 state=3 speed=8\n"), std::string::npos) << r.out;
+    Bytes vpd = h.get("vpd.bin");
+    ASSERT_EQ(vpd.size(), 512u);
+    EXPECT_TRUE(vpd == h.block("fcx160", "vpd", 0));
+    const auto sn = vpd.find("SN");
+    ASSERT_NE(sn, std::string::npos);
+    vpd[sn + 3] = 'W';  // a new serial letter; the library writes what it is given
+    h.put("vpd2.bin", vpd);
+    r = h.run(xc("vpd-set 0 vpd2.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "vpd-set status=0x00000000\nsize=512\nclose status=0x00000000\n");
+    EXPECT_TRUE(h.block("fcx160", "vpd", 0) == vpd);
+}
+
+TEST(XferVpd, FCX180BlocksAreFlashRegionsByPciFunction) {
+    Host h(host_file("ioctl_families.json"));
+    const auto r = h.run(xc("vpd-get 3 512 v0.bin") + xc("vpd-get 4 512 v1.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const Bytes flash = h.flash("fcx180");
+    EXPECT_TRUE(h.get("v0.bin") == flash.substr(0x120000, 512));
+    EXPECT_TRUE(h.get("v1.bin") == flash.substr(0x120400, 512));
+    int reads = 0;
+    for (const auto &e : h.log())
+        if (e.value("command", -1) == 0x0F && e.value("subcode", 0) == 0xFFFF) ++reads;
+    EXPECT_EQ(reads, 2);
+}
+
+// ---- boot code writes keep the adapter's data --------------------------------------------
+
+bool image_checksum_ok(const Bytes &img, std::size_t off) {
+    const std::size_t len = static_cast<uint8_t>(img[off + 2]) * 512u;
+    unsigned sum = 0;
+    for (std::size_t i = 0; i + 2 < len; ++i) sum += static_cast<uint8_t>(img[off + i]);
+    sum += static_cast<uint8_t>(img[off + len - 1]);
+    return (sum & 0xFF) == 0;
+}
+
+TEST(XferPreserve, BootCodeWriteKeepsParameterBlockSsvidAndUpdatesVpdVersions) {
+    fwtest::TempDir d("adapterdata-host");
+    const std::string vxemu = fwtest::bin_path("vxemu");
+    auto mk = fwtest::run({vxemu, "mkimage", "vpd", "--out", d / "vpd.bin", "--id", "VX2141 Adapter", "--pn", "VX2141",
+                           "--ec", "B02", "--sn", "VXI0000141", "--field", "V3=00.00", "--field", "V4=00.00", "--field",
+                           "V5=00.00"});
+    ASSERT_EQ(mk.status, 0) << mk.err;
+    std::string host = fwtest::read_file(host_file("ioctl_families.json"));
+    const std::string vpd_key = R"("vpd": { "pn": "VX2141", "ec": "B02", "sn": "VXI0000141" })";
+    ASSERT_NE(host.find(vpd_key), std::string::npos);
+    host.replace(host.find(vpd_key), vpd_key.size(), R"("vpd_file": "vpd.bin")");
+    fwtest::write_file(d / "host.json", host);
+
+    Host h(d / "host.json");
+    mk = fwtest::run({vxemu, "mkimage", "optrom", "--out", h.path("new.bin"), "--chip", "FCX141", "--image", "bios:1.33",
+                      "--image", "fcode:1.44", "--image", "efi:1.55", "--param-seed", "9", "--ssvid", "0x4321",
+                      "--size", "0x40000"});
+    ASSERT_EQ(mk.status, 0) << mk.err;
+    auto r = h.run(xc("props 1"));  // boots the adapter so its flash is on disk
+    ASSERT_EQ(r.status, 0) << r.err;
+    const Bytes before = h.flash("fcx141");
+    const Bytes image = h.get("new.bin");
+    r = h.run(xc("write 1 0x07 new.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "write status=0x00000000\nclose status=0x00000000\n");
+
+    const Bytes after = h.flash("fcx141");
+    const auto old_marker = before.find("MEFCX ");
+    const auto new_marker = after.find("MEFCX ");
+    ASSERT_NE(old_marker, std::string::npos);
+    ASSERT_EQ(new_marker, image.find("MEFCX "));
+    EXPECT_TRUE(after.substr(new_marker + 2, 512) == before.substr(old_marker + 2, 512)) << "parameter block lost";
+    EXPECT_EQ(after.substr(32, 2), before.substr(32, 2)) << "subsystem vendor bytes lost";
+    EXPECT_TRUE(image_checksum_ok(after, 0));
+    EXPECT_TRUE(after.substr(0x40000) == before.substr(0x40000)) << "bytes past the boot code changed";
+    EXPECT_TRUE(h.get("new.bin") == image);
+
+    const Bytes vpd = h.block("fcx141", "vpd", 0);
+    EXPECT_NE(vpd.find("V3\x05" "01.33"), std::string::npos);
+    EXPECT_NE(vpd.find("V4\x05" "01.44"), std::string::npos);
+    EXPECT_NE(vpd.find("V5\x05" "01.55"), std::string::npos);
+    EXPECT_NE(vpd.find("SN\x0AVXI0000141"), std::string::npos);
+}
+
+TEST(XferPreserve, FCX160BootCodeIsStoredTwice) {
+    Host h(host_file("ioctl_families.json"));
+    auto mk = fwtest::run({fwtest::bin_path("vxemu"), "mkimage", "optrom", "--out", h.path("new.bin"), "--chip",
+                           "FCX160", "--image", "bios:1.22", "--image", "efi:1.40", "--size", "0x80000"});
+    ASSERT_EQ(mk.status, 0) << mk.err;
+    Bytes image = h.get("new.bin");
+    std::fill(image.begin() + 0x40000, image.end(), '\x5A');  // a second half that must not survive
+    h.put("new.bin", image);
+    const auto r = h.run(xc("write 2 0x07 new.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "write status=0x00000000\nclose status=0x00000000\n");
+    const Bytes flash = h.flash("fcx160");
+    EXPECT_TRUE(flash.substr(0x40000, 0x40000) == flash.substr(0, 0x40000));
+    EXPECT_EQ(flash.substr(0, 0x40000).find("MEFCX "), image.find("MEFCX "));
+}
+
+}  // namespace
