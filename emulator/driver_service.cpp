@@ -86,6 +86,8 @@ DriverService::DriverService(Host &host, TrafficLog &log, FaultInjector &faults)
 }
 
 std::vector<EmulatedTarget> DriverService::targets_of(const PortFunction &fn) {
+    // A port whose link is down sees nothing.
+    if (fn.port_state != 2) return {};
     // Two storage ports on the fabric: a two-LUN array and a single-LUN device
     // whose firmware predates REPORT LUNS.
     std::vector<EmulatedTarget> t(2);
