@@ -93,6 +93,20 @@ std::string hex(unsigned v) {
 // A client call inside the sandbox: "$XC op args".
 std::string xc(const std::string &args) { return "\"$XC\" " + args + "; "; }
 
+// A host file with faults injected, next to the test's scratch files.
+class FaultHost {
+public:
+    FaultHost(const std::string &base, const std::string &faults) {
+        std::string host = fwtest::read_file(host_file(base));
+        host.insert(host.find("\"adapters\""), "\"faults\": [ " + faults + " ],\n  ");
+        fwtest::write_file(dir_ / "host.json", host);
+    }
+    std::string path() const { return dir_ / "host.json"; }
+
+private:
+    fwtest::TempDir dir_{"adapterdata-host"};
+};
+
 // ---- layouts --------------------------------------------------------------------
 
 struct LayoutCase {
@@ -310,18 +324,44 @@ TEST(XferActivation, FirmwareIsActivatedOnBothPortsOfAnFCX180) {
 }
 
 TEST(XferActivation, FailedActivationIsReported) {
-    fwtest::TempDir d("adapterdata-host");
-    std::string host = fwtest::read_file(host_file("ioctl_families.json"));
-    host.insert(host.find("\"adapters\""), R"("faults": [ { "adapter": "fcx180", "command": "0x18", "kind": "status", "status": 1 } ],)"
-                                           "\n  ");
-    fwtest::write_file(d / "host.json", host);
-    Host h(d / "host.json");
+    FaultHost fh("ioctl_families.json", R"({ "adapter": "fcx180", "command": "0x18", "kind": "status", "status": 1 })");
+    Host h(fh.path());
     h.put("r64k.bin", random_bytes(0x10000, 8));
     const auto r = h.run(xc("write 3 0x40 r64k.bin") + xc("write 3 0x2A r64k.bin"));
     ASSERT_EQ(r.status, 0) << r.err;
     // 0x40 needs activation and fails; the FCX180 table has no 0x2A.
     EXPECT_EQ(r.out, "write status=0x20000090\nclose status=0x00000000\nwrite status=0x20000064\n"
                      "close status=0x00000000\n");
+}
+
+TEST(XferSysfsFaults, AFailedStepStillEndsTheAccessAndChangesNothing) {
+    struct Case {
+        const char *fault;
+        std::vector<std::string> commands;
+    };
+    const Case cases[] = {
+        // The data cannot be written: no "3", but the closing "0".
+        {R"({ "attribute": "optrom", "operation": "write", "kind": "errno", "errno": "EIO" })",
+         {"1:170000:10000", "0", "2:170000:10000", "0"}},
+        // The driver refuses to apply the data.
+        {R"({ "attribute": "optrom_ctl", "operation": "write", "ctl": "3", "kind": "errno", "errno": "EIO" })",
+         {"1:170000:10000", "0", "2:170000:10000", "3", "0"}},
+        // The read of the sector contents fails: nothing is staged at all.
+        {R"({ "attribute": "optrom", "operation": "read", "kind": "short", "bytes": 100 })", {"1:170000:10000", "0"}},
+    };
+    for (const auto &c : cases) {
+        FaultHost fh("sysfs_chunked.json", c.fault);
+        Host h(fh.path());
+        h.put("new.bin", random_bytes(0x4000, 9));
+        auto r = h.run(xc("props 0"));
+        ASSERT_EQ(r.status, 0) << r.err;
+        const Bytes before = h.flash("fcx160");
+        r = h.run(xc("write 0 0x29 new.bin"));
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.out, "write status=0x20000075\nclose status=0x00000000\n") << c.fault;
+        EXPECT_EQ(h.ctl_commands(0), c.commands) << c.fault;
+        EXPECT_TRUE(h.flash("fcx160") == before) << c.fault;
+    }
 }
 
 // ---- NVRAM variables and blocks ---------------------------------------------------------
