@@ -66,6 +66,12 @@ expect_eq "$RC" 125 "bad host description"
 expect_has "$ERR" "bad.json" "the message names the host file"
 vx --bogus -- true
 expect_eq "$RC" 2 "bad command line"
+expect_eq "$ERR" "vxemu: unknown option --bogus
+Try 'vxemu --help'." "bad command line message"
+help=$("$VXEMU" --help)
+expect_eq "$?" 0 "help"
+expect_has "$help" "vxemu run [--host FILE] [--state DIR] [--log FILE] -- COMMAND [ARGS...]" "help names run"
+expect_has "$help" "86   COMMAND ran, but the driver saw at least one malformed request" "help names the violation status"
 
 # ---- served until the last process is gone, even after the command's main process exits
 vx -- sh -c '(sleep 0.3; ./vxemu_probe count > late.txt) & exit 0'
