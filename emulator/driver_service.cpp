@@ -104,6 +104,15 @@ std::vector<EmulatedTarget> DriverService::targets_of(const PortFunction &fn) {
     return t;
 }
 
+void DriverService::record(Call &c) {
+    // A caller that died in the middle of its request did nothing wrong.
+    if (c.mem.gone() && !c.entry.violation.empty()) {
+        c.entry.violation.clear();
+        c.entry.fault = "caller gone";
+    }
+    log_.record(c.entry);
+}
+
 int DriverService::handle_ioctl(unsigned long request, uint64_t header_addr, RemoteMemory &mem, unsigned pid) {
     Call c(mem);
     c.entry.kind = "ioctl";
@@ -119,7 +128,7 @@ int DriverService::handle_ioctl(unsigned long request, uint64_t header_addr, Rem
         c.off = kOldOffsets;
     } else {
         c.fail_errno(EINVAL, "unknown request number");
-        log_.record(c.entry);
+        record(c);
         return c.err;
     }
     c.entry.layout = c.layout == Layout::Current ? "current" : "old";
@@ -127,7 +136,7 @@ int DriverService::handle_ioctl(unsigned long request, uint64_t header_addr, Rem
     c.hdr.assign(c.off.size, 0);
     if (!mem.read(header_addr, c.hdr)) {
         c.fail_errno(EFAULT, "request header not readable");
-        log_.record(c.entry);
+        record(c);
         return c.err;
     }
     const ByteReader r(c.hdr);
@@ -175,7 +184,7 @@ int DriverService::handle_ioctl(unsigned long request, uint64_t header_addr, Rem
         }
     }
     c.entry.status = c.err != 0 ? -static_cast<int64_t>(c.err) : static_cast<int64_t>(c.status);
-    log_.record(c.entry);
+    record(c);
     return c.err;
 }
 

@@ -26,6 +26,8 @@ public:
     virtual ~RemoteMemory() = default;
     [[nodiscard]] virtual bool read(uint64_t addr, std::span<uint8_t> out) = 0;
     [[nodiscard]] virtual bool write(uint64_t addr, std::span<const uint8_t> in) = 0;
+    // True once the caller has been found gone (it died during its request).
+    [[nodiscard]] virtual bool gone() const { return false; }
 };
 
 // A port the driver serves through ioctl: adapter and PCI function index.
@@ -62,6 +64,7 @@ public:
 private:
     struct Call;
     void dispatch(Call &c);
+    void record(Call &c);
     void query(Call &c);
     void get_data(Call &c);
     void set_data(Call &c);

@@ -33,17 +33,23 @@ public:
         if (out.empty()) return true;
         iovec local{out.data(), out.size()};
         iovec remote{reinterpret_cast<void *>(static_cast<uintptr_t>(addr)), out.size()};
-        return ::process_vm_readv(pid_, &local, 1, &remote, 1, 0) == static_cast<ssize_t>(out.size());
+        return check(::process_vm_readv(pid_, &local, 1, &remote, 1, 0), out.size());
     }
     bool write(uint64_t addr, std::span<const uint8_t> in) override {
         if (in.empty()) return true;
         iovec local{const_cast<uint8_t *>(in.data()), in.size()};
         iovec remote{reinterpret_cast<void *>(static_cast<uintptr_t>(addr)), in.size()};
-        return ::process_vm_writev(pid_, &local, 1, &remote, 1, 0) == static_cast<ssize_t>(in.size());
+        return check(::process_vm_writev(pid_, &local, 1, &remote, 1, 0), in.size());
     }
+    bool gone() const override { return gone_; }
 
 private:
+    bool check(ssize_t n, size_t want) {
+        if (n < 0 && errno == ESRCH) gone_ = true;
+        return n == static_cast<ssize_t>(want);
+    }
     pid_t pid_;
+    bool gone_ = false;
 };
 
 // Reads a NUL-terminated path a page piece at a time (a path may end just before unmapped memory).
