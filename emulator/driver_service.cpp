@@ -557,44 +557,40 @@ void DriverService::set_data(Call &c) {
 // ---- flash ----------------------------------------------------------------------------
 
 namespace {
+
 // Where a flash request lands: raw (offset and size given) or a region plus offset.
 struct Window {
     uint64_t beg = 0;
     uint64_t size = 0;
-    const FlashRegion *region = nullptr;
+    const FlashRegion *region = nullptr;  // null for raw access
 };
-}  // namespace
 
-static std::optional<Window> flash_window(const Adapter &a, uint16_t code, uint32_t offset, uint32_t len,
-                                          const FlashRegion *&region_out) {
-    region_out = nullptr;
+// nullopt for a region the adapter does not have or a window past the flash end.
+std::optional<Window> flash_window(const Adapter &a, uint16_t code, uint32_t offset, uint32_t len) {
     Window w;
+    w.size = len;
     if (code == kRegionRaw) {
         w.beg = offset;
-        w.size = len;
     } else {
-        const FlashRegion *found = nullptr;
         for (const FlashRegion &r : a.layout.regions)
             if (r.code() == code) {
-                found = &r;
+                w.region = &r;
                 break;
             }
-        if (found == nullptr) return std::nullopt;
-        region_out = found;
-        w.beg = static_cast<uint64_t>(found->beg) + offset;
-        w.size = len;
-        w.region = found;
+        if (w.region == nullptr) return std::nullopt;
+        w.beg = static_cast<uint64_t>(w.region->beg) + offset;
     }
     if (w.beg + w.size > a.flash.size()) return std::nullopt;
     return w;
 }
 
+}  // namespace
+
 void DriverService::read_optrom(Call &c) {
     c.entry.region = c.subcode;
     c.entry.offset = c.reserved1;
     c.entry.length = c.resp_len;
-    const FlashRegion *region = nullptr;
-    const auto w = flash_window(*c.adapter, c.subcode, c.reserved1, c.resp_len, region);
+    const auto w = flash_window(*c.adapter, c.subcode, c.reserved1, c.resp_len);
     if (!w) {
         c.status = kStatusInvalidParam;
         return;
@@ -611,12 +607,13 @@ void DriverService::update_optrom(Call &c) {
     c.entry.region = c.subcode;
     c.entry.offset = c.reserved1;
     c.entry.length = c.req_len;
-    const FlashRegion *region = nullptr;
-    const auto w = flash_window(*c.adapter, c.subcode, c.reserved1, c.req_len, region);
+    const auto w = flash_window(*c.adapter, c.subcode, c.reserved1, c.req_len);
     if (!w) {
         c.status = kStatusInvalidParam;
         return;
     }
+    // A region write stays inside its region, and read-only regions are refused.
+    const FlashRegion *region = w->region;
     if (region != nullptr && (region->read_only() || c.reserved1 + static_cast<uint64_t>(c.req_len) > region->size)) {
         c.status = kStatusInvalidParam;
         return;
