@@ -36,6 +36,15 @@ char *GetVPDDataField(std::span<const uint8_t> field, std::span<const uint8_t> d
 uint32_t RetrieveVPDFieldFromBuffer(std::span<const uint8_t> buffer, const char *keyword, std::span<char> output,
                                     VpdTraceSink trace = nullptr);
 
+struct Adapter;
+
+// The adapter's field by keyword: reads 512 bytes of VPD through the library
+// (HmGetVpd on the adapter's handle) and walks them as
+// RetrieveVPDFieldFromBuffer does. 0x2000008A when there is no adapter or the
+// read fails; otherwise that walk's result.
+uint32_t RetrieveSpecificVPDField(const Adapter *adapter, const char *keyword, std::span<char> output,
+                                  VpdTraceSink trace = nullptr);
+
 // 0 when a byte 0x82 occurs within the buffer, else 1.
 int verifyVpdStartTag(std::span<const uint8_t> buffer);
 // 0 when a byte 0x78 occurs within the buffer, else 2.
