@@ -108,5 +108,6 @@ int main(int argc, char **argv) {
     std::sort(times.begin(), times.end());
     std::printf("vxemu run -- true: median %.1f ms, min %.1f ms, max %.1f ms (%d runs)\n", times[times.size() / 2],
                 times.front(), times.back(), runs);
+    std::fflush(stdout);  // before the child's lines
     return run_and_wait({vxemu, "run", "--", self, "--requests", std::to_string(calls)});
 }
