@@ -458,6 +458,15 @@ TEST(XferVpd, FCX180BlocksAreFlashRegionsByPciFunction) {
     EXPECT_EQ(reads, 2);
 }
 
+TEST(XferVpd, ToolFieldLookupMatchesOnTheKeywordsFirstLetter) {
+    Host h(host_file("ioctl_families.json"));
+    const auto r = h.run("\"" + fwtest::bin_path("vpd_field_client") + "\" 1 SN EC SX PN ZZ");
+    ASSERT_EQ(r.status, 0) << r.err;
+    // "SX" finds the first field starting with 'S'; an absent letter leaves the text alone.
+    EXPECT_EQ(r.out, "SN 0x00000000 VXI0000141\nEC 0x00000000 B02\nSX 0x00000000 VXI0000141\n"
+                     "PN 0x00000000 VX2141\nZZ 0x00000000 -\nnone 0x2000008a\n");
+}
+
 // ---- boot code writes keep the adapter's data --------------------------------------------
 
 bool image_checksum_ok(const Bytes &img, std::size_t off) {
