@@ -195,7 +195,6 @@ void DriverService::dispatch(Call &c) {
         return;
     }
     if (c.command == kCmdSetInstance) {
-        c.entry.function = c.instance;
         if (c.instance >= ports_.size() || c.instance >= host_.instance_count()) {
             c.status = kStatusDevNotFound;
             return;
@@ -203,6 +202,7 @@ void DriverService::dispatch(Call &c) {
         const PortRef p = ports_[c.instance];
         Adapter &a = host_.adapters[p.adapter];
         c.entry.adapter = a.name;
+        c.entry.function = static_cast<unsigned>(p.function);
         const bool refused = std::find(host_.instances.refuse_bind.begin(), host_.instances.refuse_bind.end(),
                                        c.instance) != host_.instances.refuse_bind.end();
         // An adapter that speaks only the other layout cannot be bound through this one:
