@@ -163,11 +163,14 @@ void build(const SandboxConfig &cfg, const Host &host, int sock) {
     fuse.reset();
 
     // /tmp last: the run directory may itself live below /tmp.
+    // Keeping /tmp itself as the working directory would hand the real /tmp back.
+    if (cfg.cwd == "/tmp")
+        throw SetupError{"the working directory /tmp cannot stay visible beside a fresh /tmp; run from a directory below it"};
     UniqueFd keep(::open(cfg.cwd.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     check(keep.valid(), "open(" + cfg.cwd + ")");
     do_mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777");
-    if (cfg.cwd == "/tmp" || cfg.cwd.rfind("/tmp/", 0) == 0) {
-        if (cfg.cwd != "/tmp") mkdirs(cfg.cwd);
+    if (cfg.cwd.rfind("/tmp/", 0) == 0) {
+        mkdirs(cfg.cwd);
         do_mount(("/proc/self/fd/" + std::to_string(keep.get())).c_str(), cfg.cwd, nullptr, MS_BIND | MS_REC, "");
     }
     keep.reset();

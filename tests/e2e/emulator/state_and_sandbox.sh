@@ -50,6 +50,8 @@ echo hello > "$tmpwork/seen"
 (cd "$tmpwork" && "$VXEMU" run -- sh -c 'cat seen; ls /tmp; ./vxemu_probe count' > out 2>&1)
 expect_eq "$(cat "$tmpwork/out" | tr "\n" " ")" "hello $(basename "$tmpwork") rc=0 status=0 detail=0 resplen=0 count=2 " "working directory under /tmp"
 rm -rf "$tmpwork"
+(cd /tmp && "$VXEMU" run -- true 2>/dev/null)
+expect_eq "$?" 125 "/tmp itself as working directory would expose the real /tmp"
 
 # ---- exit statuses; the scratch state directory goes away
 mkdir scratch
