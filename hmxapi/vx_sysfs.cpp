@@ -199,8 +199,9 @@ const char *bus_id_of(const vxapi_priv_db_t &rec) {
     return slash != nullptr ? slash + 1 : rec.phys_path;
 }
 
-// Smallest "hostN" entry of a device directory; -1 when there is none.
-int smallest_host(const char *device_path) {
+}  // namespace
+
+int vxsysfs_smallest_host(const char *device_path) {
     std::unique_ptr<dlist, ListCloser> dirs(sysfs_open_directory_list(device_path));
     if (!dirs) return -1;
     int best = -1;
@@ -215,6 +216,8 @@ int smallest_host(const char *device_path) {
     return best;
 }
 
+namespace {
+
 void fill_port(int idx, const std::string &mnt, const char *driver_path, const char *driver_name,
                sysfs_device *dev, uint16_t port_no) {
     vxapi_clear_record(idx);
@@ -223,7 +226,7 @@ void fill_port(int idx, const std::string &mnt, const char *driver_path, const c
     std::snprintf(rec.phys_path, sizeof rec.phys_path, "%s/%s", driver_path, dev->bus_id);
     copy_text(rec.model, sizeof rec.model, driver_name);
 
-    const int host = smallest_host(dev->path);
+    const int host = vxsysfs_smallest_host(dev->path);
     if (host >= 0) {
         rec.host_no = static_cast<uint16_t>(host);
         rec.drvr_inst = port_no;

@@ -54,6 +54,9 @@ struct VxPciAddress {
 };
 // "dddd:bb:dd.f" (hexadecimal, the function decimal); false when it does not parse.
 bool vxsysfs_parse_pci_address(const char *bus_id, VxPciAddress *addr);
+// Smallest N of the "hostN" entries of a PCI device directory (the port's
+// SCSI host); -1 when there is none.
+int vxsysfs_smallest_host(const char *device_path);
 // Hexadecimal text ("0x" optional) to at most n bytes, two digits per byte
 // from the left; bytes the text does not reach are left as they are.
 std::size_t vxsysfs_hex_to_bytes(std::string_view text, uint8_t *dst, std::size_t n);

@@ -686,7 +686,9 @@ VXHMX_API uint32_t HmGetOptionRomEx(int Device, uint16_t HbaDevPortNum, uint8_t 
  * on those chips are widened to whole flash sectors; the bytes around the
  * region are read first and written back unchanged.
  * On an FCX180 a region marked for activation is activated after the
- * write (firmware also on the adapter's other port).
+ * write through the driver node (firmware also on the adapter's other
+ * port); a port served through sysfs has no activation request, so such a
+ * write ends with 0x20000090 after the data was written.
  * Returns 0; HMX_ERR_INVALID_HANDLE; HMX_ERR_INVALID_PARAMETER;
  * HMX_ERR_NOT_SUPPORTED; HMX_ERR_OUT_OF_MEMORY; 0x20000084; 0x20000089;
  * 0x20000090 (activation failed); 0x20000091 (VPD could not be kept or

@@ -3,7 +3,11 @@
 // transports' records into the public records.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "vx_props.h"
@@ -52,6 +56,18 @@ TEST(XferAttributeText, PciAddressesAndLinkWords) {
     EXPECT_EQ(vxsysfs_speed_gbit("10 Gbit"), 10u);
     EXPECT_EQ(vxsysfs_speed_gbit("16 Gbit"), 0u);
     EXPECT_EQ(vxsysfs_speed_gbit("8 Gbit "), 0u);
+}
+
+TEST(XferAttributeText, SmallestHostEntryIsThePortsHost) {
+    char tmpl[] = "/tmp/xfer-host.XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    const std::string dir = tmpl;
+    EXPECT_EQ(vxsysfs_smallest_host(dir.c_str()), -1);
+    for (const char *d : {"host3", "host1", "hostx", "host", "power", "host12"})
+        ASSERT_EQ(mkdir((dir + "/" + d).c_str(), 0755), 0);
+    EXPECT_EQ(vxsysfs_smallest_host(dir.c_str()), 1);
+    EXPECT_EQ(vxsysfs_smallest_host((dir + "/missing").c_str()), -1);
+    std::filesystem::remove_all(dir);
 }
 
 TEST(XferRecords, PortStateRule) {
