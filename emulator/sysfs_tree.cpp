@@ -269,7 +269,7 @@ int SysfsTree::open(uint64_t ino, int flags, uint64_t &fh) {
     // sysfs checks the mode bits even for root: a store-only file cannot be read.
     if ((acc == O_RDONLY || acc == O_RDWR) && (n->mode & 0444) == 0) return EACCES;
     if ((acc == O_WRONLY || acc == O_RDWR) && (n->mode & 0222) == 0) return EACCES;
-    if (n->adapter >= 0 && n->kind != AttrKind::text) {
+    if (n->adapter >= 0) {
         if (auto f = faults_.on_attr(host_.adapters[static_cast<size_t>(n->adapter)].name, n->function, n->attr,
                                      FaultOp::open, {})) {
             const int err = f->kind == FaultKind::error ? f->err : f->kind == FaultKind::busy ? EBUSY : EIO;
@@ -293,7 +293,7 @@ int SysfsTree::read(uint64_t fh, uint64_t off, size_t size, std::vector<uint8_t>
     OpenFile &of = it->second;
     const SysfsNode &n = nodes_[of.ino - 1];
     TrafficEntry e;
-    if (n.adapter >= 0 && n.kind != AttrKind::text && !of.fault)
+    if (n.adapter >= 0 && !of.fault)
         of.fault = faults_.on_attr(host_.adapters[static_cast<size_t>(n.adapter)].name, n.function, n.attr,
                                    FaultOp::read, {});
     if (of.fault) {

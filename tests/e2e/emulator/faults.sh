@@ -21,7 +21,8 @@ cat > host.json <<'JSON'
     { "command": "0x0F", "kind": "short", "bytes": 10 },
     { "attribute": "vpd", "operation": "open", "kind": "errno", "errno": "ENXIO" },
     { "attribute": "nvram", "operation": "read", "kind": "short", "bytes": 100 },
-    { "attribute": "optrom_ctl", "ctl": "3", "kind": "stop_after", "bytes": 3 }
+    { "attribute": "optrom_ctl", "ctl": "3", "kind": "stop_after", "bytes": 3 },
+    { "attribute": "fw_version", "operation": "read", "kind": "errno", "errno": "EIO", "times": 1 }
   ]
 }
 JSON
@@ -37,6 +38,7 @@ H=/sys/bus/pci/drivers/vxa2xxx/0000:09:00.0/host9
 cat $H/vpd > /dev/null 2>&1; echo "vpd-open=$?"
 cat $H/nvram | wc -c
 printf "2:2000:8\0" > $H/optrom_ctl; printf "abcdefgh" > $H/optrom; printf "3\0" > $H/optrom_ctl 2>/dev/null; echo "commit=$?"; printf "0\0" > $H/optrom_ctl
+cat $H/fw_version > /dev/null 2>&1; echo "fw_version=$?"; cat $H/fw_version
 '
 expect_eq "$RC" 0 "faults are not violations"
 expect_eq "$(echo "$OUT" | sed -n 1p)" "rc=0 status=0 detail=7 resplen=0" "instance 0 binds"
@@ -53,7 +55,9 @@ expect_eq "$(echo "$OUT" | sed -n 11p)" "100" "short attribute read"
 expect_eq "$(echo "$OUT" | sed -n 12p)" "commit=1" "commit that dies"
 expect_eq "$(dd if=st/adapters/sy/flash.bin bs=1 skip=$((0x2000)) count=3 2>/dev/null)" "abc" "partial commit"
 expect_lacks "$(dd if=st/adapters/sy/flash.bin bs=1 skip=$((0x2003)) count=5 2>/dev/null)" "defgh" "rest of the commit lost"
-expect_eq "$(log_lines st/traffic.jsonl '"fault"')" 9 "every fired fault is logged"
+expect_eq "$(echo "$OUT" | sed -n 13p)" "fw_version=1" "text attribute read fails once"
+expect_eq "$(echo "$OUT" | sed -n 14p)" "5.00.01" "and then reads again"
+expect_eq "$(log_lines st/traffic.jsonl '"fault"')" 10 "every fired fault is logged"
 
 # The node: a stale number that the library must replace, and a node that will not open.
 cat > stale.json <<'JSON'
