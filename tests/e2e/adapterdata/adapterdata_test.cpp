@@ -537,4 +537,29 @@ TEST(XferPreserve, FCX160BootCodeIsStoredTwice) {
     EXPECT_EQ(flash.substr(0, 0x40000).find("MEFCX "), image.find("MEFCX "));
 }
 
+TEST(XferPreserve, FCX123KeepsItsVpdImageAcrossABootCodeWrite) {
+    Host h(host_file("ioctl_families.json"));
+    const std::string vxemu = fwtest::bin_path("vxemu");
+    // A chain carrying a VPD image (PCI device ID 1), then one without.
+    auto mk = fwtest::run({vxemu, "mkimage", "optrom", "--out", h.path("with_vpd.bin"), "--chip", "FCX123", "--image",
+                           "bios:1.60", "--image", "efi:0.01:devid=1:no-param", "--size", "0x100000"});
+    ASSERT_EQ(mk.status, 0) << mk.err;
+    mk = fwtest::run({vxemu, "mkimage", "optrom", "--out", h.path("new.bin"), "--chip", "FCX123", "--image",
+                      "bios:1.70", "--size", "0x100000"});
+    ASSERT_EQ(mk.status, 0) << mk.err;
+    const auto r = h.run(xc("write 0 0x05 with_vpd.bin") + xc("write 0 0x05 new.bin"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "write status=0x00000000\nclose status=0x00000000\n"
+                     "write status=0x00000000\nclose status=0x00000000\n");
+    const Bytes with_vpd = h.get("with_vpd.bin"), image = h.get("new.bin"), flash = h.flash("fcx123");
+    // The VPD image follows the new BIOS image, which hands on its last-image bit.
+    EXPECT_TRUE(flash.substr(0x8000, 0x8000) == with_vpd.substr(0x8000, 0x8000));
+    const std::size_t pcir = static_cast<uint8_t>(flash[24]) | static_cast<uint8_t>(flash[25]) << 8;
+    EXPECT_EQ(static_cast<uint8_t>(flash[pcir + 0x13]), 1);  // the new BIOS 1.70
+    EXPECT_EQ(static_cast<uint8_t>(flash[pcir + 0x12]), 70);
+    EXPECT_EQ(static_cast<uint8_t>(flash[pcir + 0x15]), 0x00);
+    EXPECT_TRUE(image_checksum_ok(flash, 0));
+    EXPECT_TRUE(flash.substr(0x10000, 0x10000) == image.substr(0x10000, 0x10000));
+}
+
 }  // namespace
