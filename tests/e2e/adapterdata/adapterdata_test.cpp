@@ -47,6 +47,8 @@ public:
         auto r = fwtest::run(
             {fwtest::bin_path("vxemu"), "run", "--host", host_, "--state", dir_ / "st", "--", "sh", "-c", script}, opts);
         EXPECT_NE(r.status, kMalformedRequest) << "malformed request: " << r.err;
+        // Nothing on standard error: no library complaint, no sanitizer report.
+        EXPECT_EQ(r.err, "");
         return r;
     }
     std::string path(const std::string &name) const { return dir_ / name; }
