@@ -70,8 +70,8 @@
 //     },
 //     "functions": [ {                // default: one function at 0000:05:00.0
 //       "pci": "0000:05:00.0",
-//       "vendor_id": "0x1DE5", "device_id": "0x0160",   // default: the chip's ID
-//       "ssvid": "0x1DE5", "ssdid": "0x0160",           // default: maker / device ID
+//       "vendor_id": "0x1DE5", "device_id": "0x1600",   // default: the chip's ID
+//       "ssvid": "0x1DE5", "ssdid": "0x1600",           // default: maker / device ID
 //       "host": 5,                    // SCSI host number; default: the next free one from 5
 //       "wwnn": "20:00:00:24:ff:00:00:01", "wwpn": "21000024ff000001",
 //       "port_id": "0x010200",

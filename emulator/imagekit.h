@@ -119,7 +119,7 @@ struct RomImageSpec {
     uint8_t major = 1;
     uint8_t minor = 0;
     uint16_t vendor_id = kMakerVendorId;
-    uint16_t device_id = 0x0160;   // PCIR device ID and the patched ID field
+    uint16_t device_id = 0x1600;   // PCIR device ID and the patched ID field
     // x86 BIOS only:
     bool common = true;            // "MODL" marker of a common image
     std::string hw_type = "160";   // 4 characters at 0x09, blank padded

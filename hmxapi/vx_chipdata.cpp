@@ -11,13 +11,13 @@ namespace {
 // Chip generations: FCX12x ports need the older flash handling (bit 0x4);
 // the FCX14x class and later keep their serial number in the VPD.
 constexpr std::array<ChipData, 20> kChips{{
-    {"FCX100", 0x0100, false, false}, {"FCX110", 0x0110, false, false}, {"FCX120", 0x0120, true, false},
-    {"FCX121", 0x0121, true, false},  {"FCX122", 0x0122, true, false},  {"FCX123", 0x0123, true, false},
-    {"FCX126", 0x0126, true, false},  {"FCX127", 0x0127, true, false},  {"FCX140", 0x0140, false, true},
-    {"FCX141", 0x0141, false, true},  {"FCX144", 0x0144, false, true},  {"FCX145", 0x0145, false, true},
-    {"FCX150", 0x0150, false, true},  {"FCX160", 0x0160, false, true},  {"FCX180", 0x0180, false, true},
-    {"FCX181", 0x0181, false, false}, {"FCX182", 0x0182, false, false}, {"FCX183", 0x0183, false, false},
-    {"FCX184", 0x0184, false, false}, {"FCX185", 0x0185, false, false},
+    {"FCX100", 0x1000, false, false}, {"FCX110", 0x1100, false, false}, {"FCX120", 0x1200, true, false},
+    {"FCX121", 0x1210, true, false},  {"FCX122", 0x1220, true, false},  {"FCX123", 0x1230, true, false},
+    {"FCX126", 0x1260, true, false},  {"FCX127", 0x1270, true, false},  {"FCX140", 0x1400, false, true},
+    {"FCX141", 0x1410, false, true},  {"FCX144", 0x1440, false, true},  {"FCX145", 0x1450, false, true},
+    {"FCX150", 0x1500, false, true},  {"FCX160", 0x1600, false, true},  {"FCX180", 0x1800, false, true},
+    {"FCX181", 0x1810, false, false}, {"FCX182", 0x1820, false, false}, {"FCX183", 0x1830, false, false},
+    {"FCX184", 0x1840, false, false}, {"FCX185", 0x1850, false, false},
 }};
 
 // Adapter models whose driver reports the serial number in the node record:

@@ -403,8 +403,8 @@ uint32_t mask_test(std::span<const uint8_t> image, NvramFormat format, uint32_t 
 
 bool vxhmnvr_uses_extended_format(uint16_t pci_device_id) {
     switch (pci_device_id) {
-    case 0x0140: case 0x0141: case 0x0144: case 0x0145:
-    case 0x0150: case 0x0160: case 0x0180:
+    case 0x1400: case 0x1410: case 0x1440: case 0x1450:
+    case 0x1500: case 0x1600: case 0x1800:
         return true;
     default:
         return false;

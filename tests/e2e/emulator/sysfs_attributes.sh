@@ -32,7 +32,7 @@ line() { echo "$OUT" | sed -n "$1p"; }
 expect_eq "$(line 1)" "0000:05:00.0 0000:05:00.1 " "only the sysfs adapter under the driver"
 expect_eq "$(line 2)" "../../../../devices/pci0000:05/0000:05:00.0" "driver link"
 expect_eq "$(line 3)" "0x1de5" "vendor"
-expect_eq "$(line 4)" "0x0160" "device"
+expect_eq "$(line 4)" "0x1600" "device"
 expect_eq "$(line 5)" "0x0162" "subsystem device"
 expect_eq "$(line 6)" "/sys/bus/pci/drivers/vxa2xxx" "device's driver link"
 expect_eq "$(line 7)" "1:3" "driver node number"

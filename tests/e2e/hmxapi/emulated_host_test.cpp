@@ -33,7 +33,7 @@ std::string ioctl_host(int ports, const std::string &extra = "", const std::stri
             std::snprintf(pci, sizeof pci, "0000:%02x:00.%d", 0x10 + a, fn);
             std::snprintf(wwn, sizeof wwn, "20:00:00:1d:e5:01:86:%02x", port);
             j << (fn > 0 ? ", " : " ") << "{ \"pci\": \"" << pci << "\", \"host\": " << (10 + port)
-              << ", \"wwnn\": \"" << wwn << "\", \"ssvid\": \"0x1DE5\", \"ssdid\": \"0x0123\" }";
+              << ", \"wwnn\": \"" << wwn << "\", \"ssvid\": \"0x1DE5\", \"ssdid\": \"0x1230\" }";
         }
         j << " ] }";
     }

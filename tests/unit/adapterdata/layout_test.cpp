@@ -30,29 +30,29 @@ std::vector<FixedCase> fixed_cases() {
     const std::vector<Row> other{{0xFF, 0x20000, 0, 0x1FFFF}, {0x02, 0x20000, 0, 0x1FFFF}};
     const std::vector<Row> oem{{0xFF, 0x20000, 0, 0x1FFFF}, {0x03, 0x20000, 0, 0x1FFFF}};
     return {
-        {"FCX160", 0x0160, 0x1E0F, 0x12BA, 208, 0x100000,
+        {"FCX160", 0x1600, 0x1E0F, 0x12BA, 208, 0x100000,
          {{0xFF, 0x100000, 0, 0xFFFFF}, {0x07, 0x80000, 0, 0x7FFFF}, {0x01, 0x80000, 0x80000, 0xFFFFF},
           {0x08, 0x10000, 0x120000, 0x12FFFF}, {0x13, 0x20000, 0x100000, 0x11FFFF},
           {0x14, 0x200, 0x120000, 0x1201FF}, {0x15, 0x200, 0x120200, 0x1203FF}, {0x16, 0x200, 0x120400, 0x1205FF},
           {0x17, 0x200, 0x120600, 0x1207FF}, {0x2B, 0x8000, 0x148000, 0x14FFFF}, {0x29, 0x4000, 0x170000, 0x173FFF},
           {0x2A, 0x4000, 0x174000, 0x177FFF}}},
-        {"FCX140", 0x0140, 0, 0, 96, 0x100000, fcx14x},
-        {"FCX141", 0x0141, 0, 0, 96, 0x100000, fcx14x},
-        {"FCX144", 0x0144, 0, 0, 96, 0x100000, fcx14x},
-        {"FCX145", 0x0145, 0, 0, 96, 0x100000, fcx14x},
-        {"FCX150", 0x0150, 0x1DE5, 0x0131, 96, 0x100000, fcx14x},
-        {"FCX127", 0x0127, 0, 0, 48, 0x100000, {{0xFF, 0x100000, 0, 0xFFFFF}, {0x06, 0x100000, 0, 0xFFFFF}}},
-        {"FCX126", 0x0126, 0, 0, 48, 0x20000, {{0xFF, 0x20000, 0, 0x1FFFF}, {0x04, 0x20000, 0, 0x1FFFF}}},
-        {"FCX123", 0x0123, 0, 0, 48, 0x100000, {{0xFF, 0x100000, 0, 0xFFFFF}, {0x05, 0x100000, 0, 0xFFFFF}}},
-        {"FCX120", 0x0120, 0x1DE5, 0x0100, 48, 0x20000, other},
-        {"FCX180 (no table of its own)", 0x0180, 0, 0, 48, 0x20000, other},
-        {"OEM 12BA", 0x0121, 0x1E0F, 0x12BA, 48, 0x20000, oem},
-        {"OEM 12C2", 0x0122, 0x1E0F, 0x12C2, 48, 0x20000, oem},
+        {"FCX140", 0x1400, 0, 0, 96, 0x100000, fcx14x},
+        {"FCX141", 0x1410, 0, 0, 96, 0x100000, fcx14x},
+        {"FCX144", 0x1440, 0, 0, 96, 0x100000, fcx14x},
+        {"FCX145", 0x1450, 0, 0, 96, 0x100000, fcx14x},
+        {"FCX150", 0x1500, 0x1DE5, 0x0131, 96, 0x100000, fcx14x},
+        {"FCX127", 0x1270, 0, 0, 48, 0x100000, {{0xFF, 0x100000, 0, 0xFFFFF}, {0x06, 0x100000, 0, 0xFFFFF}}},
+        {"FCX126", 0x1260, 0, 0, 48, 0x20000, {{0xFF, 0x20000, 0, 0x1FFFF}, {0x04, 0x20000, 0, 0x1FFFF}}},
+        {"FCX123", 0x1230, 0, 0, 48, 0x100000, {{0xFF, 0x100000, 0, 0xFFFFF}, {0x05, 0x100000, 0, 0xFFFFF}}},
+        {"FCX120", 0x1200, 0x1DE5, 0x0100, 48, 0x20000, other},
+        {"FCX180 (no table of its own)", 0x1800, 0, 0, 48, 0x20000, other},
+        {"OEM 12BA", 0x1210, 0x1E0F, 0x12BA, 48, 0x20000, oem},
+        {"OEM 12C2", 0x1220, 0x1E0F, 0x12C2, 48, 0x20000, oem},
         {"OEM 12C7", 0x0100, 0x1E0F, 0x12C7, 48, 0x20000, oem},
         {"OEM 12C9", 0x0110, 0x1E0F, 0x12C9, 48, 0x20000, oem},
-        {"maker 0131", 0x0120, 0x1DE5, 0x0131, 48, 0x20000, oem},
-        {"OEM vendor, maker's model", 0x0120, 0x1E0F, 0x0131, 48, 0x20000, other},
-        {"maker vendor, OEM model", 0x0120, 0x1DE5, 0x12BA, 48, 0x20000, other},
+        {"maker 0131", 0x1200, 0x1DE5, 0x0131, 48, 0x20000, oem},
+        {"OEM vendor, maker's model", 0x1200, 0x1E0F, 0x0131, 48, 0x20000, other},
+        {"maker vendor, OEM model", 0x1200, 0x1DE5, 0x12BA, 48, 0x20000, other},
     };
 }
 
@@ -108,7 +108,7 @@ TEST(LayoutReply, ReadsLittleEndianAndCutsToWhatIsThere) {
 }
 
 TEST(RegionMap, MapsByLowByteKeepsRawAndZeroesUnknown) {
-    INT_OPT_ROM_LAYOUT l = layout_of(0x0141);
+    INT_OPT_ROM_LAYOUT l = layout_of(0x1410);
     l.Region[1].Region |= 0x10000;  // attributes do not hide the code
     uint32_t off = 7, size = 9;
     vxlayout_map_region(l, 0x07, off, size);
@@ -147,7 +147,7 @@ TEST(RegionWrite, PathChoice) {
 }
 
 TEST(RegionWrite, ChecksInOrder) {
-    INT_OPT_ROM_LAYOUT fcx141 = layout_of(0x0141);
+    INT_OPT_ROM_LAYOUT fcx141 = layout_of(0x1410);
     const INT_OPT_ROM_REGION *entry = nullptr;
     EXPECT_EQ(vxlayout_check_region_write(fcx141, 0x29, 0x4000, &entry), 0u);
     ASSERT_NE(entry, nullptr);
@@ -160,7 +160,7 @@ TEST(RegionWrite, ChecksInOrder) {
 
     // Region 0x08 exists on an FCX160, passes the checks, and is then refused
     // by the path choice.
-    INT_OPT_ROM_LAYOUT fcx160 = layout_of(0x0160);
+    INT_OPT_ROM_LAYOUT fcx160 = layout_of(0x1600);
     EXPECT_EQ(vxlayout_check_region_write(fcx160, 0x08, 0x10000, nullptr), 0u);
     EXPECT_EQ(vxlayout_write_path(0x08), OptRomWritePath::Refused);
 }
@@ -172,9 +172,9 @@ TEST(RegionWrite, ActivationOnlyOnFcx180WithAttribute) {
         uint32_t code;
     };
     const Case cases[] = {
-        {0x0180, 0x20001, 0x2025C}, {0x0180, 0x40001, 0x2025C}, {0x0180, 0x00001, 0},
-        {0x0180, 0x20040, 0x2025D}, {0x0180, 0x40041, 0x2025D}, {0x0180, 0x20045, 0x2025D},
-        {0x0180, 0x20046, 0},       {0x0180, 0x20007, 0},       {0x0160, 0x20001, 0},
+        {0x1800, 0x20001, 0x2025C}, {0x1800, 0x40001, 0x2025C}, {0x1800, 0x00001, 0},
+        {0x1800, 0x20040, 0x2025D}, {0x1800, 0x40041, 0x2025D}, {0x1800, 0x20045, 0x2025D},
+        {0x1800, 0x20046, 0},       {0x1800, 0x20007, 0},       {0x1600, 0x20001, 0},
     };
     for (const Case &c : cases) EXPECT_EQ(vxlayout_activation_code(c.device, c.region), c.code) << std::hex << c.region;
 }
@@ -183,7 +183,7 @@ TEST(LayoutCopyOut, CountFirstThenRegions) {
     struct PublicRegion {
         uint32_t Region, Size;
     };
-    INT_OPT_ROM_LAYOUT l = layout_of(0x0141);
+    INT_OPT_ROM_LAYOUT l = layout_of(0x1410);
     l.Region[4].Region |= 0x20000;
     uint32_t size = 0, count = 0;
     EXPECT_EQ(vxlayout_copy_out(l, size, count, static_cast<PublicRegion *>(nullptr)), 0x20000072u);

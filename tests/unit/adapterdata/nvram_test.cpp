@@ -163,9 +163,9 @@ TEST(NvramVariables, ShortImagesAreNeverOverrun) {
 
 TEST(NvramVariables, ExtendedFormatChips) {
     const std::pair<uint16_t, bool> chips[] = {
-        {0x0100, false}, {0x0110, false}, {0x0120, false}, {0x0121, false}, {0x0122, false},
-        {0x0123, false}, {0x0126, false}, {0x0127, false}, {0x0140, true},  {0x0141, true},
-        {0x0144, true},  {0x0145, true},  {0x0150, true},  {0x0160, true},  {0x0180, true},
+        {0x0100, false}, {0x0110, false}, {0x1200, false}, {0x1210, false}, {0x1220, false},
+        {0x1230, false}, {0x1260, false}, {0x1270, false}, {0x1400, true},  {0x1410, true},
+        {0x1440, true},  {0x1450, true},  {0x1500, true},  {0x1600, true},  {0x1800, true},
         {0x0142, false}, {0x0000, false}};
     for (auto [id, ext] : chips) EXPECT_EQ(vxhmnvr_uses_extended_format(id), ext) << std::hex << id;
 }

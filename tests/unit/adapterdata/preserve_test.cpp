@@ -174,12 +174,12 @@ TEST(Preserve, TruncatedAndGarbageInputsNeverCrash) {
 }
 
 TEST(BootCopy, OnlyFcx160AndFcx180WholeFlashOrBootRegion) {
-    EXPECT_TRUE(vxpreserve_needs_boot_copy(0x0160, 0x07));
-    EXPECT_TRUE(vxpreserve_needs_boot_copy(0x0180, 0xFF));
-    EXPECT_FALSE(vxpreserve_needs_boot_copy(0x0180, 0x01));
-    EXPECT_FALSE(vxpreserve_needs_boot_copy(0x0141, 0x07));
-    EXPECT_EQ(vxpreserve_param_block_size(0x0141), 512u);
-    EXPECT_EQ(vxpreserve_param_block_size(0x0123), 256u);
+    EXPECT_TRUE(vxpreserve_needs_boot_copy(0x1600, 0x07));
+    EXPECT_TRUE(vxpreserve_needs_boot_copy(0x1800, 0xFF));
+    EXPECT_FALSE(vxpreserve_needs_boot_copy(0x1800, 0x01));
+    EXPECT_FALSE(vxpreserve_needs_boot_copy(0x1410, 0x07));
+    EXPECT_EQ(vxpreserve_param_block_size(0x1410), 512u);
+    EXPECT_EQ(vxpreserve_param_block_size(0x1230), 256u);
 }
 
 TEST(BootCopy, ImageStoredTwice) {

@@ -17,7 +17,7 @@ inline constexpr std::size_t kPcirAt = 0x40;
 
 struct Rom {
     uint8_t code_type = 0;
-    uint16_t device_id = 0x0160;
+    uint16_t device_id = 0x1600;
     uint8_t blocks = 4;  // 512-byte units
     bool last = false;
     uint16_t revision = 0x0102;

@@ -44,8 +44,8 @@ TEST(HostJson, AdapterDefaultsFollowTheChip) {
     const PortFunction &f = a.functions[0];
     EXPECT_EQ(f.pci_address, "0000:05:00.0");
     EXPECT_EQ(f.vendor_id, 0x1DE5);
-    EXPECT_EQ(f.device_id, 0x0141);
-    EXPECT_EQ(f.ss_device_id, 0x0141);
+    EXPECT_EQ(f.device_id, 0x1410);
+    EXPECT_EQ(f.ss_device_id, 0x1410);
     EXPECT_EQ(f.host_no, 5u);
     EXPECT_EQ(f.nvram.size(), 512u);  // FCX14x class: extended format
     EXPECT_EQ(nvram_get(f.nvram, NvramFormat::extended, kNvVarSsVendor), 0x1DE5u);
@@ -156,7 +156,7 @@ TEST(LabHost, HasTheThreeLabAdaptersWithOlderFlash) {
     EXPECT_EQ(h.adapters[2].chip, "FCX123");
     EXPECT_FALSE(h.adapters[2].versions.fcode.present);
     EXPECT_EQ(h.adapters[2].nvram_size(), 256u);
-    EXPECT_EQ(nvram_get(h.adapters[2].functions[0].nvram, NvramFormat::basic, kNvVarSsDevice), 0x0123u);
+    EXPECT_EQ(nvram_get(h.adapters[2].functions[0].nvram, NvramFormat::basic, kNvVarSsDevice), 0x1230u);
     EXPECT_EQ(h.instance_count(), 2);
 }
 

@@ -48,7 +48,7 @@ TEST(OptionRom, ChainWalksBackWithItsFields) {
         EXPECT_EQ(imgs[i].major, majors[i]);
         EXPECT_EQ(imgs[i].minor, minors[i]);
         EXPECT_EQ(imgs[i].vendor_id, 0x1DE5);
-        EXPECT_EQ(imgs[i].device_id, 0x0160);
+        EXPECT_EQ(imgs[i].device_id, 0x1600);
         EXPECT_TRUE(imgs[i].checksum_ok);
         EXPECT_EQ(imgs[i].last, i == 2);
         // The whole-image sum is zero too, so readers of either rule agree.
@@ -64,12 +64,12 @@ TEST(OptionRom, ChainWalksBackWithItsFields) {
     EXPECT_EQ(b[kBiosChipCode], 0x2F);
     EXPECT_EQ(std::memcmp(b.data() + 28, "SVID", 4), 0);
     EXPECT_EQ(le16(b, kBiosSsvid), 0x1E0F);
-    EXPECT_EQ(le16(b, kBiosDeviceId), 0x0160);
+    EXPECT_EQ(le16(b, kBiosDeviceId), 0x1600);
     EXPECT_EQ(std::memcmp(b.data() + kBiosCommonMarker, "MODL", 4), 0);
     EXPECT_EQ(std::string(b.begin() + kBiosModel, b.begin() + kBiosModel + 7), "VX2162 ");
     EXPECT_EQ(find_text(b, "MEFCX ", 0, 0x1FFFA), kBiosParamMarker);
-    EXPECT_EQ(le16(b, imgs[1].offset + kEfiFcodeDeviceId), 0x0160);
-    EXPECT_EQ(le16(b, imgs[2].offset + kEfiFcodeDeviceId), 0x0160);
+    EXPECT_EQ(le16(b, imgs[1].offset + kEfiFcodeDeviceId), 0x1600);
+    EXPECT_EQ(le16(b, imgs[2].offset + kEfiFcodeDeviceId), 0x1600);
     EXPECT_FALSE(imgs[1].common);
 }
 

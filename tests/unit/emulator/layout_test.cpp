@@ -37,25 +37,25 @@ TEST_P(FixedTables, ChipSelectsItsTable) {
 
 INSTANTIATE_TEST_SUITE_P(
     Chips, FixedTables,
-    ::testing::Values(FixedCase{"FCX160", 0x1DE5, 0x0160, 12, 0x100000, 0x2A, 0x174000, 0x4000},
-                      FixedCase{"FCX160", 0x1DE5, 0x0160, 12, 0x100000, 0x17, 0x120600, 0x200},
-                      FixedCase{"FCX141", 0x1DE5, 0x0141, 5, 0x100000, 0x07, 0, 0x40000},
-                      FixedCase{"FCX150", 0x1DE5, 0x0150, 5, 0x100000, 0x01, 0x80000, 0x80000},
-                      FixedCase{"FCX127", 0x1DE5, 0x0127, 2, 0x100000, 0x06, 0, 0x100000},
-                      FixedCase{"FCX126", 0x1DE5, 0x0126, 2, 0x20000, 0x04, 0, 0x20000},
-                      FixedCase{"FCX123", 0x1DE5, 0x0123, 2, 0x100000, 0x05, 0, 0x100000},
-                      FixedCase{"FCX122", 0x1DE5, 0x0122, 2, 0x20000, 0x02, 0, 0x20000},
+    ::testing::Values(FixedCase{"FCX160", 0x1DE5, 0x1600, 12, 0x100000, 0x2A, 0x174000, 0x4000},
+                      FixedCase{"FCX160", 0x1DE5, 0x1600, 12, 0x100000, 0x17, 0x120600, 0x200},
+                      FixedCase{"FCX141", 0x1DE5, 0x1410, 5, 0x100000, 0x07, 0, 0x40000},
+                      FixedCase{"FCX150", 0x1DE5, 0x1500, 5, 0x100000, 0x01, 0x80000, 0x80000},
+                      FixedCase{"FCX127", 0x1DE5, 0x1270, 2, 0x100000, 0x06, 0, 0x100000},
+                      FixedCase{"FCX126", 0x1DE5, 0x1260, 2, 0x20000, 0x04, 0, 0x20000},
+                      FixedCase{"FCX123", 0x1DE5, 0x1230, 2, 0x100000, 0x05, 0, 0x100000},
+                      FixedCase{"FCX122", 0x1DE5, 0x1220, 2, 0x20000, 0x02, 0, 0x20000},
                       FixedCase{"FCX122", 0x1E0F, 0x12C7, 2, 0x20000, 0x03, 0, 0x20000},
                       FixedCase{"FCX110", 0x1DE5, 0x0131, 2, 0x20000, 0x03, 0, 0x20000},
                       FixedCase{"FCX110", 0x1E0F, 0x0131, 2, 0x20000, 0x02, 0, 0x20000},
-                      FixedCase{"FCX180", 0x1DE5, 0x0180, 2, 0x20000, 0x02, 0, 0x20000}));
+                      FixedCase{"FCX180", 0x1DE5, 0x1800, 2, 0x20000, 0x02, 0, 0x20000}));
 
 TEST(AdapterLayouts, Fcx160ReportsTableOneWithSectors) {
     auto own = adapter_layout("FCX160");
     ASSERT_TRUE(own);
     EXPECT_TRUE(own->reported_by_adapter);
     EXPECT_EQ(own->sector_size, 0x10000u);
-    FlashLayout fixed = fixed_layout("FCX160", 0x1DE5, 0x0160);
+    FlashLayout fixed = fixed_layout("FCX160", 0x1DE5, 0x1600);
     EXPECT_EQ(own->regions, fixed.regions);
     EXPECT_FALSE(adapter_layout("FCX141"));
 }

@@ -49,7 +49,7 @@ TEST(Mkimage, OptromChainWithOneBrokenChecksumAndPadding) {
     auto imgs = walk_option_rom(b);
     ASSERT_EQ(imgs.size(), 3u);
     EXPECT_TRUE(imgs[0].common);
-    EXPECT_EQ(imgs[0].device_id, 0x0141);
+    EXPECT_EQ(imgs[0].device_id, 0x1410);
     EXPECT_EQ(b[kBiosChipCode], 0x25);
     EXPECT_TRUE(imgs[0].checksum_ok);
     EXPECT_FALSE(imgs[1].checksum_ok);

@@ -58,7 +58,7 @@ TEST(SerialNumber, ComputedFromNodeName) {
 }
 
 TEST(ChipData, FamiliesAndIds) {
-    EXPECT_EQ(vxhmx::chip_device_id("FCX160"), 0x0160);
+    EXPECT_EQ(vxhmx::chip_device_id("FCX160"), 0x1600);
     EXPECT_EQ(vxhmx::chip_device_id("FCX999"), 0);
     for (const char *name : {"FCX120", "FCX121", "FCX122", "FCX123", "FCX126", "FCX127"})
         EXPECT_TRUE(vxhmx::find_chip_by_name(name)->fcx12x) << name;

@@ -119,7 +119,7 @@ TEST(RequestSend, ClosedDescriptorFailsWithErrno) {
 TEST(RequestSend, RawFlashReadOfZeroLengthSendsNothing) {
     vxapi_clear_table();
     api_priv_data[0].features = VXF_NEW_LAYOUT | VXF_IOCTL;
-    api_priv_data[0].device_id = 0x0160;  // FCX160
+    api_priv_data[0].device_id = 0x1600;  // FCX160
     uint8_t buf[4];
     uint32_t status = 0;
     errno = 0;
