@@ -153,6 +153,25 @@ INSTANTIATE_TEST_SUITE_P(
                    "region 0x07 size 0x80000\nregion 0x01 size 0x80000\nregion 0x40 size 0x10000\n"}),
     [](const auto &p) { return case_name(p.param.host, p.param.instance); });
 
+TEST(XferLayoutFaults, FCX180WithoutItsOwnLayoutFailsWhileFCX160AsksAgain) {
+    FaultHost fh("ioctl_families.json", R"({ "command": "0x10", "kind": "status", "status": 6 })");
+    Host h(fh.path());
+    const auto r = h.run(xc("layout 3") + xc("layout 2"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    // The FCX180 gives its own code; the FCX160's second request reports the driver's status.
+    EXPECT_EQ(r.out, "probe status=0x20000075 count=0\nclose status=0x00000000\n"
+                     "probe status=0x20000064 count=0\nclose status=0x00000000\n");
+    // Each open loads the layout once; the query asks once more on the FCX180, twice on the FCX160.
+    int fcx180 = 0, fcx160 = 0;
+    for (const auto &e : h.log()) {
+        if (e.value("command", -1) != 0x10) continue;
+        if (e.value("adapter", "") == "fcx180") ++fcx180;
+        if (e.value("adapter", "") == "fcx160") ++fcx160;
+    }
+    EXPECT_EQ(fcx180, 2);
+    EXPECT_EQ(fcx160, 3);
+}
+
 // ---- region reads and writes ------------------------------------------------------
 
 struct RegionCase {
