@@ -8,22 +8,23 @@
 namespace vxhmx {
 namespace {
 
-// Chip generations: FCX12x ports need the older flash handling (bit 0x4);
-// the FCX14x class and later keep their serial number in the VPD.
+using namespace chipid;
+
+// The generation flags follow from the family predicates so the table
+// cannot drift from them: the FCX14x class keeps its serial in the VPD.
+constexpr ChipData chip(std::string_view name, uint16_t id) { return {name, id, is_fcx12x(id), is_fcx14x_class(id)}; }
+
 constexpr std::array<ChipData, 20> kChips{{
-    {"FCX100", 0x1000, false, false}, {"FCX110", 0x1100, false, false}, {"FCX120", 0x1200, true, false},
-    {"FCX121", 0x1210, true, false},  {"FCX122", 0x1220, true, false},  {"FCX123", 0x1230, true, false},
-    {"FCX126", 0x1260, true, false},  {"FCX127", 0x1270, true, false},  {"FCX140", 0x1400, false, true},
-    {"FCX141", 0x1410, false, true},  {"FCX144", 0x1440, false, true},  {"FCX145", 0x1450, false, true},
-    {"FCX150", 0x1500, false, true},  {"FCX160", 0x1600, false, true},  {"FCX180", 0x1800, false, true},
-    {"FCX181", 0x1810, false, false}, {"FCX182", 0x1820, false, false}, {"FCX183", 0x1830, false, false},
-    {"FCX184", 0x1840, false, false}, {"FCX185", 0x1850, false, false},
+    chip("FCX100", FCX100), chip("FCX110", FCX110), chip("FCX120", FCX120), chip("FCX121", FCX121),
+    chip("FCX122", FCX122), chip("FCX123", FCX123), chip("FCX126", FCX126), chip("FCX127", FCX127),
+    chip("FCX140", FCX140), chip("FCX141", FCX141), chip("FCX144", FCX144), chip("FCX145", FCX145),
+    chip("FCX150", FCX150), chip("FCX160", FCX160), chip("FCX180", FCX180), chip("FCX181", FCX181),
+    chip("FCX182", FCX182), chip("FCX183", FCX183), chip("FCX184", FCX184), chip("FCX185", FCX185),
 }};
 
-// Adapter models whose driver reports the serial number in the node record:
-// the OEM's four models and the maker's one listed model.
-constexpr std::array<uint16_t, 4> kOemSerialModels{0x12BA, 0x12C2, 0x12C7, 0x12C9};
-constexpr uint16_t kMakerSerialModel = 0x0131;
+// The OEM's four listed models and the maker's one listed model.
+constexpr std::array<uint16_t, 4> kOemListedModels{0x12BA, 0x12C2, 0x12C7, 0x12C9};
+constexpr uint16_t kMakerListedModel = 0x0131;
 
 }  // namespace
 
@@ -46,13 +47,13 @@ uint16_t chip_device_id(std::string_view name) {
     return c != nullptr ? c->device_id : 0;
 }
 
-bool serial_from_node_record(uint16_t ssvendor_id, uint16_t ssdevice_id) {
-    if (ssvendor_id == kOemVendorId) {
-        for (uint16_t m : kOemSerialModels)
+bool is_listed_oem_model(uint16_t ssvendor_id, uint16_t ssdevice_id) {
+    if (ssvendor_id == OemSubsysVendor) {
+        for (uint16_t m : kOemListedModels)
             if (m == ssdevice_id) return true;
         return false;
     }
-    return ssvendor_id == kMakerVendorId && ssdevice_id == kMakerSerialModel;
+    return ssvendor_id == MakerVendor && ssdevice_id == kMakerListedModel;
 }
 
 }  // namespace vxhmx

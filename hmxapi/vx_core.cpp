@@ -305,7 +305,7 @@ void record_identity(int fd, int idx) {
     if (data != nullptr && data->vpd_serial) {
         if (vxapi_get_vpd_serialnum(fd, idx, rec.serial_num, sizeof rec.serial_num) != 0)
             vxapi_compute_serial(rec.wwnn, 0x3F, rec.serial_num, sizeof rec.serial_num);
-    } else if (node_ok && vxhmx::serial_from_node_record(chip.SubVendorId, chip.SubSystemId)) {
+    } else if (node_ok && vxhmx::is_listed_oem_model(chip.SubVendorId, chip.SubSystemId)) {
         copy_text(rec.serial_num, sizeof rec.serial_num,
                   std::string_view(reinterpret_cast<const char *>(node.Reserved),
                                    strnlen(reinterpret_cast<const char *>(node.Reserved), sizeof node.Reserved)));

@@ -68,7 +68,7 @@ uint32_t guarded(F &&body) noexcept {
     }
 }
 
-uint32_t block_limit(uint16_t device_id) { return vxflash_fcx14x_class(device_id) ? 512 : 256; }
+uint32_t block_limit(uint16_t device_id) { return vxhmx::is_fcx14x_class(device_id) ? 512 : 256; }
 
 // PCI function of the port (low 3 bits of the chip record's device/function).
 bool pci_function(const Port &port, unsigned &function) {
@@ -135,7 +135,7 @@ uint32_t write_block(const Port &port, Block b, const uint8_t *buf, uint32_t *si
 
 uint32_t get_layout(const Port &port, HMX_OPT_ROM_LAYOUT *pLayout) {
     bool have = false;
-    if (port.device_id == FCX160 || port.device_id == FCX180) {
+    if (vxhmx::has_adapter_layout(port.device_id)) {
         const uint32_t st = vxflash_load_adapter_layout(port.fd, port.idx);
         if (st == 0)
             have = true;
@@ -186,7 +186,7 @@ uint32_t preserving_write(const Port &port, const uint8_t *buf, uint32_t size, u
     const auto rep = vxhmx::vxpreserve_adapter_data(current, image, vxhmx::vxpreserve_param_block_size(port.device_id));
     VXDBG_NUM(VXDBG_TRACE, "HmUpdateOptionRomCommon: parameter blocks kept=", rep.blocks_copied, 10);
 
-    if (vxflash_vpd_image_chip(port.device_id)) {
+    if (vxhmx::is_vpd_image_chip(port.device_id)) {
         const auto merged = vxhmx::vxvpd_merge_vpd_image(current, image);
         if (!vxhmx::vxvpd_merge_ok(merged)) {
             // Writing now would lose the adapter's VPD.
@@ -199,7 +199,7 @@ uint32_t preserving_write(const Port &port, const uint8_t *buf, uint32_t size, u
     const int wrc = vxapi_update_optrom(port.fd, port.idx, image.data(), static_cast<uint32_t>(image.size()), region, 0,
                                         &st);
     if (const uint32_t s = vxflash_status(wrc, st); s != 0) return s;
-    if (vxflash_fcx14x_class(port.device_id)) return update_vpd_versions(port, image);
+    if (vxhmx::is_fcx14x_class(port.device_id)) return update_vpd_versions(port, image);
     return HMX_STATUS_OK;
 }
 
@@ -288,13 +288,6 @@ uint32_t offset_access(int Device, uint8_t *buf, uint32_t size, uint32_t offset,
 }  // namespace
 
 // ---- shared helpers -----------------------------------------------------------------------
-
-bool vxflash_fcx14x_class(uint16_t id) {
-    return id == FCX140 || id == FCX141 || id == FCX144 || id == FCX145 || id == FCX150 || id == FCX160 ||
-           id == FCX180;
-}
-
-bool vxflash_vpd_image_chip(uint16_t id) { return id == FCX120 || id == FCX121 || id == FCX122 || id == FCX123; }
 
 uint32_t vxflash_status(int rc, uint32_t ext_stat) {
     if (rc < 0) return errno != 0 ? static_cast<uint32_t>(errno) : HMX_ERR_UNKNOWN;

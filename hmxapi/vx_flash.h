@@ -16,10 +16,6 @@ extern vxhmx::INT_OPT_ROM_LAYOUT *pGlobalOptRomLayout;
 // it the global layout. Returns 0, or the public status of the failure.
 uint32_t vxflash_load_adapter_layout(int fd, int api_idx);
 
-// Chip families by PCI device ID.
-bool vxflash_fcx14x_class(uint16_t device_id);  // FCX140/141/144/145/150/160/180
-bool vxflash_vpd_image_chip(uint16_t device_id);  // FCX120-FCX123: VPD travels in the boot chain
-
 // Public status of a transport result: a negative return gives errno, any
 // other non-zero return 0x20000075, else the completion code converted.
 uint32_t vxflash_status(int rc, uint32_t ext_stat);

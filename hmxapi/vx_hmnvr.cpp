@@ -22,6 +22,8 @@
 // image and no two places overlap.
 #include "vx_hmnvr.h"
 
+#include "vx_chipdata.h"
+
 #include <array>
 
 namespace vxhmx {
@@ -401,15 +403,7 @@ uint32_t mask_test(std::span<const uint8_t> image, NvramFormat format, uint32_t 
 
 }  // namespace
 
-bool vxhmnvr_uses_extended_format(uint16_t pci_device_id) {
-    switch (pci_device_id) {
-    case 0x1400: case 0x1410: case 0x1440: case 0x1450:
-    case 0x1500: case 0x1600: case 0x1800:
-        return true;
-    default:
-        return false;
-    }
-}
+bool vxhmnvr_uses_extended_format(uint16_t pci_device_id) { return is_fcx14x_class(pci_device_id); }
 
 NvramPlace vxhmnvr_place(NvramFormat format, uint32_t var) {
     if (var >= NVRAMVarEnd) return kAbsent;

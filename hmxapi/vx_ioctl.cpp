@@ -225,8 +225,7 @@ int vxapi_set_beacon(int fd, int api_idx, const EXT_BEACON_CONTROL *beacon, uint
 
 bool vxapi_raw_flash_chip(int api_idx) {
     if (!vxapi_valid_index(api_idx)) return false;
-    const uint16_t id = api_priv_data[api_idx].device_id;
-    return id == vxhmx::chip_device_id("FCX160") || id == vxhmx::chip_device_id("FCX180");
+    return vxhmx::has_adapter_layout(api_priv_data[api_idx].device_id);
 }
 
 int vxapi_read_optrom(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,

@@ -6,6 +6,8 @@
 #include <array>
 #include <cstring>
 
+#include "vx_chipdata.h"
+
 namespace vxhmx {
 namespace {
 
@@ -45,13 +47,6 @@ constexpr std::array kLayoutOem{row(0xFF, 0x20000, 0), row(0x03, 0x20000, 0)};
 static_assert(kLayoutFCX160[1].End == 0x7FFFF && kLayoutFCX160[11].End == 0x177FFF);
 static_assert(kLayoutFCX14x[3].End == 0x5FFFF);
 
-bool is_oem_table_adapter(uint16_t subsys_vendor, uint16_t subsys_device) {
-    if (subsys_vendor == OemSubsysVendor)
-        return subsys_device == 0x12BA || subsys_device == 0x12C2 || subsys_device == 0x12C7 ||
-               subsys_device == 0x12C9;
-    return subsys_vendor == MakerVendor && subsys_device == 0x0131;
-}
-
 uint32_t le32(std::span<const uint8_t> b, std::size_t off) {
     return uint32_t{b[off]} | uint32_t{b[off + 1]} << 8 | uint32_t{b[off + 2]} << 16 |
            uint32_t{b[off + 3]} << 24;
@@ -73,7 +68,7 @@ std::span<const INT_OPT_ROM_REGION> vxlayout_fixed_rows(uint16_t device_id, uint
     case FCX123:
         return kLayoutFCX123;
     default:
-        return is_oem_table_adapter(subsys_vendor, subsys_device) ? std::span<const INT_OPT_ROM_REGION>(kLayoutOem)
+        return is_listed_oem_model(subsys_vendor, subsys_device) ? std::span<const INT_OPT_ROM_REGION>(kLayoutOem)
                                                                   : std::span<const INT_OPT_ROM_REGION>(kLayoutOther);
     }
 }

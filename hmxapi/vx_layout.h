@@ -36,25 +36,6 @@ static_assert(offsetof(INT_OPT_ROM_LAYOUT, Region) == 8);
 static_assert(offsetof(INT_OPT_ROM_REGION, Size) == 4 && offsetof(INT_OPT_ROM_REGION, Beg) == 8 &&
               offsetof(INT_OPT_ROM_REGION, End) == 12);
 
-// PCI IDs of the chips and vendors whose flash differs.
-namespace chipid {
-inline constexpr uint16_t FCX120 = 0x1200;
-inline constexpr uint16_t FCX121 = 0x1210;
-inline constexpr uint16_t FCX122 = 0x1220;
-inline constexpr uint16_t FCX123 = 0x1230;
-inline constexpr uint16_t FCX126 = 0x1260;
-inline constexpr uint16_t FCX127 = 0x1270;
-inline constexpr uint16_t FCX140 = 0x1400;
-inline constexpr uint16_t FCX141 = 0x1410;
-inline constexpr uint16_t FCX144 = 0x1440;
-inline constexpr uint16_t FCX145 = 0x1450;
-inline constexpr uint16_t FCX150 = 0x1500;
-inline constexpr uint16_t FCX160 = 0x1600;
-inline constexpr uint16_t FCX180 = 0x1800;
-inline constexpr uint16_t MakerVendor = 0x1DE5;
-inline constexpr uint16_t OemSubsysVendor = 0x1E0F;
-}  // namespace chipid
-
 // Region codes (low 8 bits of Region).
 inline constexpr uint32_t HMX_OPT_ROM_REGION_ALL = 0xFF;
 inline constexpr uint32_t HMX_OPT_ROM_REGION_FW = 0x01;

@@ -2,6 +2,7 @@
 // Adapter data preservation for boot code writes.
 #include "vx_preserve.h"
 
+#include "vx_chipdata.h"
 #include "vx_hmnvr.h"
 #include "vx_layout.h"
 
@@ -147,7 +148,7 @@ PreserveReport vxpreserve_adapter_data(std::span<const uint8_t> current, std::sp
 }
 
 bool vxpreserve_needs_boot_copy(uint16_t device_id, uint32_t region) {
-    return (device_id == chipid::FCX160 || device_id == chipid::FCX180) &&
+    return has_adapter_layout(device_id) &&
            (region == HMX_OPT_ROM_REGION_ALL || region == HMX_OPT_ROM_REGION_PHBIOS_PHFCODE_PHEFI);
 }
 

@@ -28,6 +28,7 @@ extern "C" {
 #include <string_view>
 #include <vector>
 
+#include "vx_chipdata.h"
 #include "vx_core.h"
 #include "vx_database.h"
 #include "vx_flash.h"
@@ -246,7 +247,7 @@ void fill_port(int idx, const std::string &mnt, const char *driver_path, const c
     rec.ssvendor_id = read_hex16_attr(devdir + "subsystem_vendor");
     rec.ssdevice_id = read_hex16_attr(devdir + "subsystem_device");
 
-    if (vxflash_fcx14x_class(rec.device_id)) {
+    if (vxhmx::is_fcx14x_class(rec.device_id)) {
         uint8_t vpd[vxhmx::kVpdBlockSize] = {};
         Attr a = open_attr(port_dir(idx) + "vpd");
         if (a && sysfs_read_attribute(a.get()) == 0 && a->value != nullptr) {

@@ -72,11 +72,11 @@ TEST(ChipData, FamiliesAndIds) {
 }
 
 TEST(ChipData, NodeRecordSerialModels) {
-    for (uint16_t m : {0x12BA, 0x12C2, 0x12C7, 0x12C9}) EXPECT_TRUE(vxhmx::serial_from_node_record(0x1E0F, m)) << m;
-    EXPECT_FALSE(vxhmx::serial_from_node_record(0x1E0F, 0x0131));
-    EXPECT_TRUE(vxhmx::serial_from_node_record(0x1DE5, 0x0131));
-    EXPECT_FALSE(vxhmx::serial_from_node_record(0x1DE5, 0x12BA));
-    EXPECT_FALSE(vxhmx::serial_from_node_record(0x1234, 0x12BA));
+    for (uint16_t m : {0x12BA, 0x12C2, 0x12C7, 0x12C9}) EXPECT_TRUE(vxhmx::is_listed_oem_model(0x1E0F, m)) << m;
+    EXPECT_FALSE(vxhmx::is_listed_oem_model(0x1E0F, 0x0131));
+    EXPECT_TRUE(vxhmx::is_listed_oem_model(0x1DE5, 0x0131));
+    EXPECT_FALSE(vxhmx::is_listed_oem_model(0x1DE5, 0x12BA));
+    EXPECT_FALSE(vxhmx::is_listed_oem_model(0x1234, 0x12BA));
 }
 
 TEST(DriverNode, ProcDevicesLastLineNamingTheDriverWins) {
