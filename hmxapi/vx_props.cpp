@@ -61,16 +61,6 @@ static_assert(offsetof(STATISTICS, Reserved) == 48);
 static_assert(sizeof(HMX_OPT_ROM_REGION) == 8 && sizeof(HMX_OPT_ROM_LAYOUT) == 16);
 static_assert(offsetof(HMX_OPT_ROM_LAYOUT, Region) == 8);
 
-// The public variable numbers are the table's.
-constexpr bool same_number(EnumNVRAMVar pub, vxhmx::EnumNVRAMVar table) {
-    return static_cast<uint32_t>(pub) == static_cast<uint32_t>(table);
-}
-static_assert(same_number(NVRAMVarId, vxhmx::NVRAMVarId) && same_number(NVRAMVarPortName3, vxhmx::NVRAMVarPortName3));
-static_assert(same_number(NVRAMVarEnableAltBootDevice, vxhmx::NVRAMVarEnableAltBootDevice));
-static_assert(same_number(NVRAMVarAlt2BootLUNNumber, vxhmx::NVRAMVarAlt2BootLUNNumber));
-static_assert(same_number(NVRAMVarSubSystemDeviceID1, vxhmx::NVRAMVarSubSystemDeviceID1));
-static_assert(same_number(NVRAMVarCheckSum, vxhmx::NVRAMVarCheckSum) && same_number(NVRAMVarEnd, vxhmx::NVRAMVarEnd));
-
 namespace {
 
 template <std::size_t N>
