@@ -10,6 +10,7 @@
 #include "vx_failover.h"
 #include "vx_hmdbg.h"
 #include "vx_ioctl.h"
+#include "vx_public.h"
 #include "vxhmx.h"
 
 uint32_t vxapi_fo_status_to_error(uint32_t status, uint32_t detail) {
@@ -105,17 +106,6 @@ uint32_t with_selector(int Device, const HMFO_SELECTOR *pSelect, uint8_t (&reque
     request[0] = static_cast<uint8_t>(inst & 0xFF);
     request[1] = static_cast<uint8_t>(inst >> 8);
     return HMX_STATUS_OK;
-}
-
-template <class F>
-uint32_t guarded(F body) noexcept {
-    try {
-        return body();
-    } catch (const std::bad_alloc &) {
-        return HMX_ERR_OUT_OF_MEMORY;
-    } catch (...) {
-        return HMX_ERR_UNKNOWN;
-    }
 }
 
 uint32_t fo_request(int Device, uint8_t command, const void *request, uint32_t request_len, void *response,

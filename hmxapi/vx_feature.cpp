@@ -14,6 +14,7 @@
 
 #include "vx_core.h"
 #include "vx_os.h"
+#include "vx_public.h"
 
 namespace {
 
@@ -214,15 +215,11 @@ uint32_t fea_load_int_features(uint32_t handle, vxapi_drv_option_t (&options)[kD
 }
 
 extern "C" uint32_t HmGetHbaSupportedFeatureList(int Device, HMX_HBA_FEATURE_LIST *pList) {
-    try {
+    return guarded([&]() -> uint32_t {
         if (pList == nullptr) return HMX_ERR_INVALID_PARAMETER;
         vxapi_drv_option_t options[kDrvOptionCount];
         const uint32_t rc = fea_load_int_features(static_cast<uint32_t>(Device), options);
         if (rc != HMX_STATUS_OK) return rc;
         return vxhmx::build_feature_list(options, pList);
-    } catch (const std::bad_alloc &) {
-        return HMX_ERR_OUT_OF_MEMORY;
-    } catch (...) {
-        return HMX_ERR_UNKNOWN;
-    }
+    });
 }

@@ -16,6 +16,7 @@
 #include "vx_hmerr.h"
 #include "vx_ioctl.h"
 #include "vx_preserve.h"
+#include "vx_public.h"
 #include "vx_sysfs.h"
 #include "vx_vpdimage.h"
 #include "vxhmx.h"
@@ -37,36 +38,6 @@ constexpr uint32_t kWholeImageMinimum = 0x20000;
 constexpr uint32_t kRegionRaw = 0xFFFF;
 constexpr uint32_t kVpdBlock = 512;
 constexpr uint32_t kActivateFirmwareRegion = 0x01;
-
-// A resolved handle.
-struct Port {
-    int idx = -1;
-    int fd = -1;
-    uint16_t device_id = 0;
-    bool sysfs = false;
-};
-
-bool resolve(int Device, Port &port) {
-    uint16_t idx = 0;
-    if (check_handle(static_cast<uint32_t>(Device), &idx) != 0) return false;
-    port.idx = idx;
-    port.fd = api_priv_data[idx].oshandle;
-    port.device_id = api_priv_data[idx].device_id;
-    port.sysfs = (api_priv_data[idx].features & VXF_SYSFS) != 0;
-    return true;
-}
-
-// Runs a public call body, mapping anything thrown to its status.
-template <class F>
-uint32_t guarded(F &&body) noexcept {
-    try {
-        return body();
-    } catch (const std::bad_alloc &) {
-        return HMX_ERR_OUT_OF_MEMORY;
-    } catch (...) {
-        return HMX_ERR_UNKNOWN;
-    }
-}
 
 uint32_t block_limit(uint16_t device_id) { return vxhmx::is_fcx14x_class(device_id) ? 512 : 256; }
 

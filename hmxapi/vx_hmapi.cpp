@@ -9,6 +9,7 @@
 #include "vx_core.h"
 #include "vx_database.h"
 #include "vx_hmdbg.h"
+#include "vx_public.h"
 #include "vxhmx.h"
 
 namespace {
@@ -131,21 +132,9 @@ extern "C" uint32_t HmGetVersion(int8_t *pVersion, uint32_t /*VersionSize*/) {
 }
 
 extern "C" uint32_t HmOpenDevice(uint32_t Instance, int *pDeviceHandle) {
-    try {
-        return open_device(Instance, pDeviceHandle);
-    } catch (const std::bad_alloc &) {
-        return HMX_ERR_OUT_OF_MEMORY;
-    } catch (...) {
-        return HMX_ERR_UNKNOWN;
-    }
+    return guarded([&] { return open_device(Instance, pDeviceHandle); });
 }
 
 extern "C" uint32_t HmCloseDevice(int DeviceHandle) {
-    try {
-        return close_device(DeviceHandle);
-    } catch (const std::bad_alloc &) {
-        return HMX_ERR_OUT_OF_MEMORY;
-    } catch (...) {
-        return HMX_ERR_UNKNOWN;
-    }
+    return guarded([&] { return close_device(DeviceHandle); });
 }

@@ -15,6 +15,7 @@
 #include "vx_hmerr.h"
 #include "vx_hmnvr.h"
 #include "vx_ioctl.h"
+#include "vx_public.h"
 
 // ---- the public records, as a C compiler lays them out ------------------------------
 
@@ -68,32 +69,6 @@ void copy_field(char (&dst)[N], const char *src, std::size_t src_cap) {
     const std::size_t n = std::min(strnlen(src, src_cap), N - 1);
     std::memcpy(dst, src, n);
     dst[n] = '\0';
-}
-
-struct Port {
-    int idx = -1;
-    int fd = -1;
-    bool sysfs = false;
-};
-
-bool resolve(int Device, Port &port) {
-    uint16_t idx = 0;
-    if (check_handle(static_cast<uint32_t>(Device), &idx) != 0) return false;
-    port.idx = idx;
-    port.fd = api_priv_data[idx].oshandle;
-    port.sysfs = (api_priv_data[idx].features & VXF_SYSFS) != 0;
-    return true;
-}
-
-template <class F>
-uint32_t guarded(F &&body) noexcept {
-    try {
-        return body();
-    } catch (const std::bad_alloc &) {
-        return HMX_ERR_OUT_OF_MEMORY;
-    } catch (...) {
-        return HMX_ERR_UNKNOWN;
-    }
 }
 
 // The outcome of a property request: whether the record may be filled, and
