@@ -827,8 +827,8 @@ void DriverService::failover(Call &c) {
     case 0xD2: s = {0, sizeof(EXT_FO_DRIVER_VERSION), false}; break;
     default: c.fail_errno(EINVAL, "unknown command " + std::to_string(c.command)); return;
     }
+    std::vector<uint8_t> in;
     if (s.request > 0) {
-        std::vector<uint8_t> in;
         if (!fetch_request(c, s.request, in)) return;
         if (s.addressed && *ByteReader(in).le16(0) != c.hba_select) {
             c.fail(kStatusInvalidParam, "failover request addresses driver instance " +
@@ -836,6 +836,13 @@ void DriverService::failover(Call &c) {
                                             std::to_string(c.hba_select));
             return;
         }
+    }
+    switch (c.command) {
+    case kCmdFoGetLunData:
+    case kCmdFoGetTargetData: fo_read_list(c, in, c.command == kCmdFoGetTargetData); return;
+    case kCmdFoSetLunData:
+    case kCmdFoSetTargetData: fo_write_list(c, in, c.command == kCmdFoSetTargetData); return;
+    default: break;
     }
     if (s.response > 0 && !need_response(c, s.response)) return;
     std::vector<uint8_t> out;
@@ -846,11 +853,172 @@ void DriverService::failover(Call &c) {
         ByteWriter(out).text(offsetof(EXT_FO_DRIVER_VERSION, Version), v, 32);
     } else if (c.command == 0xC8 || c.command == 0xCC) {
         out.assign(s.response, 0);
-    } else if (c.command == 0xCA || c.command == 0xCE || c.command == 0xD0) {
+    } else if (c.command == 0xCA) {
         // Empty lists: the driver manages no failover paths on a single-path fabric.
         out.assign(std::min<uint32_t>(c.resp_len, 4096), 0);
     }
     if (!out.empty()) put_response(c, out);
+}
+
+// ---- failover LUN and target data ------------------------------------------------------
+
+namespace {
+
+bool fo_selected(const FoEntry &e, uint16_t target, uint16_t lun, bool targets) {
+    return (target == kFoSelectAll || e.target_id == target) && (targets || lun == kFoSelectAll || e.lun == lun);
+}
+
+// A target table holds one entry per target; a LUN table one per target and LUN.
+bool fo_same_key(const FoEntry &a, const FoEntry &b, bool targets) {
+    return a.target_id == b.target_id && (targets || a.lun == b.lun);
+}
+
+bool fo_before(const FoEntry &a, const FoEntry &b) {
+    return a.target_id != b.target_id ? a.target_id < b.target_id : a.lun < b.lun;
+}
+
+bool fo_reserved_clear(std::span<const uint8_t> request) {
+    if (request[offsetof(EXT_FO_DATA_REQUEST, Reserved1)] != 0) return false;
+    const auto rest = request.subspan(offsetof(EXT_FO_DATA_REQUEST, Reserved2), sizeof(EXT_FO_DATA_REQUEST::Reserved2));
+    return std::all_of(rest.begin(), rest.end(), [](uint8_t b) { return b == 0; });
+}
+
+void fo_put_entry(ByteWriter &w, size_t off, const FoEntry &e) {
+    w.le16(off + offsetof(EXT_FO_LUN_ENTRY, TargetId), e.target_id);
+    w.le16(off + offsetof(EXT_FO_LUN_ENTRY, Lun), e.lun);
+    for (size_t i = 0; i < 8; ++i) {
+        w.u8(off + offsetof(EXT_FO_LUN_ENTRY, PortName) + i, e.port_name[i]);
+        w.u8(off + offsetof(EXT_FO_LUN_ENTRY, NodeName) + i, e.node_name[i]);
+    }
+    w.le32(off + offsetof(EXT_FO_LUN_ENTRY, Flags), e.flags);
+    w.le16(off + offsetof(EXT_FO_LUN_ENTRY, PathCount), e.path_count);
+}
+
+FoEntry fo_get_entry(const ByteReader &r, size_t off) {
+    FoEntry e;
+    e.target_id = r.le16(off + offsetof(EXT_FO_LUN_ENTRY, TargetId)).value_or(0);
+    e.lun = r.le16(off + offsetof(EXT_FO_LUN_ENTRY, Lun)).value_or(0);
+    for (size_t i = 0; i < 8; ++i) {
+        e.port_name[i] = r.u8(off + offsetof(EXT_FO_LUN_ENTRY, PortName) + i).value_or(0);
+        e.node_name[i] = r.u8(off + offsetof(EXT_FO_LUN_ENTRY, NodeName) + i).value_or(0);
+    }
+    e.flags = r.le32(off + offsetof(EXT_FO_LUN_ENTRY, Flags)).value_or(0);
+    e.path_count = r.le16(off + offsetof(EXT_FO_LUN_ENTRY, PathCount)).value_or(0);
+    return e;
+}
+
+}  // namespace
+
+FoTable &DriverService::fo_table(Call &c, bool targets) {
+    FoTable &t = (targets ? fo_targets_ : fo_luns_)[c.adapter->name + "/" + std::to_string(c.fn_index)];
+    if (!t.seeded) {
+        // The driver starts from what discovery found: every LUN of every
+        // target, visible through this port, its only path.
+        t.seeded = true;
+        for (const auto &target : targets_of(*c.fn)) {
+            const uint16_t luns = targets ? 1 : target.lun_count;
+            for (uint16_t lun = 0; lun < luns; ++lun)
+                t.live.push_back({target.target_id, lun, target.wwpn, target.wwnn, kFoFlagVisible | kFoFlagPreferred, 1});
+        }
+    }
+    return t;
+}
+
+void DriverService::fo_read_list(Call &c, std::span<const uint8_t> in, bool targets) {
+    const ByteReader r(in);
+    const uint8_t from_store = *r.u8(offsetof(EXT_FO_DATA_REQUEST, FromStore));
+    if (in.size() != sizeof(EXT_FO_DATA_REQUEST)) {
+        c.fail(kStatusInvalidParam, "RequestLen " + std::to_string(in.size()) + " for the 32-byte list request");
+        return;
+    }
+    if (from_store > 1) {
+        c.fail(kStatusInvalidParam, "FromStore " + std::to_string(from_store));
+        return;
+    }
+    if (!fo_reserved_clear(in)) {
+        c.fail(kStatusInvalidParam, "reserved bytes of the list request set");
+        return;
+    }
+    const uint16_t target = *r.le16(offsetof(EXT_FO_DATA_REQUEST, TargetId));
+    const uint16_t lun = *r.le16(offsetof(EXT_FO_DATA_REQUEST, Lun));
+    const FoTable &t = fo_table(c, targets);
+    std::vector<FoEntry> picked;
+    for (const auto &e : from_store != 0 ? t.saved : t.live)
+        if (fo_selected(e, target, lun, targets)) picked.push_back(e);
+
+    const size_t need = sizeof(EXT_FO_LIST_HEADER) + picked.size() * sizeof(EXT_FO_LUN_ENTRY);
+    c.entry.length = c.resp_len;
+    c.reply_resp_len = static_cast<uint32_t>(need);
+    // Like the driver: a buffer that cannot take the whole list gets nothing,
+    // and ResponseLen says how much is needed, so the caller can ask again.
+    if (c.resp_len < need) {
+        c.status = kStatusBufferTooSmall;
+        return;
+    }
+    std::vector<uint8_t> out(need, 0);
+    ByteWriter w(out);
+    w.le32(offsetof(EXT_FO_LIST_HEADER, EntryCount), static_cast<uint32_t>(picked.size()));
+    for (size_t i = 0; i < picked.size(); ++i)
+        fo_put_entry(w, sizeof(EXT_FO_LIST_HEADER) + i * sizeof(EXT_FO_LUN_ENTRY), picked[i]);
+    put_response(c, out);
+}
+
+void DriverService::fo_write_list(Call &c, std::span<const uint8_t> in, bool targets) {
+    const ByteReader r(in);
+    const size_t data = in.size() - sizeof(EXT_FO_DATA_REQUEST);  // the request part was checked
+    if (data % sizeof(EXT_FO_LUN_ENTRY) != 0) {
+        c.fail(kStatusInvalidParam, std::to_string(data) + " data bytes are not whole 32-byte entries");
+        return;
+    }
+    const size_t count = data / sizeof(EXT_FO_LUN_ENTRY);
+    if (count > kFoMaxWriteEntries) {
+        c.fail(kStatusInvalidParam, std::to_string(count) + " entries in one write, at most " +
+                                        std::to_string(kFoMaxWriteEntries));
+        return;
+    }
+    const uint8_t from_store = *r.u8(offsetof(EXT_FO_DATA_REQUEST, FromStore));
+    if (from_store != 0) {
+        c.fail(kStatusInvalidParam, "FromStore " + std::to_string(from_store) + " in a write");
+        return;
+    }
+    if (!fo_reserved_clear(in)) {
+        c.fail(kStatusInvalidParam, "reserved bytes of the list request set");
+        return;
+    }
+    c.entry.length = c.req_len;
+    const uint16_t target = *r.le16(offsetof(EXT_FO_DATA_REQUEST, TargetId));
+    const uint16_t lun = *r.le16(offsetof(EXT_FO_DATA_REQUEST, Lun));
+    std::vector<FoEntry> entries;
+    for (size_t i = 0; i < count; ++i) {
+        entries.push_back(fo_get_entry(r, sizeof(EXT_FO_DATA_REQUEST) + i * sizeof(EXT_FO_LUN_ENTRY)));
+        // Well-formed, but outside what the request selects: the caller's data
+        // is wrong, not the request, so the driver just refuses it.
+        if (!fo_selected(entries.back(), target, lun, targets)) {
+            c.status = kStatusInvalidParam;
+            return;
+        }
+    }
+    // The entries the selector covers are replaced, in the saved configuration
+    // and in the live view alike; nothing changes when either would overflow.
+    FoTable &t = fo_table(c, targets);
+    auto replaced = [&](std::vector<FoEntry> v) {
+        std::erase_if(v, [&](const FoEntry &e) { return fo_selected(e, target, lun, targets); });
+        for (const auto &e : entries) {
+            auto it = std::find_if(v.begin(), v.end(), [&](const FoEntry &o) { return fo_same_key(o, e, targets); });
+            if (it != v.end()) *it = e;
+            else v.push_back(e);
+        }
+        std::sort(v.begin(), v.end(), fo_before);
+        return v;
+    };
+    auto saved = replaced(t.saved);
+    auto live = replaced(t.live);
+    if (saved.size() > kFoMaxTableEntries || live.size() > kFoMaxTableEntries) {
+        c.status = kStatusInvalidParam;
+        return;
+    }
+    t.saved = std::move(saved);
+    t.live = std::move(live);
 }
 
 }  // namespace vxemu

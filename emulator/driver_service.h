@@ -46,6 +46,27 @@ struct EmulatedTarget {
     bool refuses_report_luns = false;  // answers REPORT LUNS with ILLEGAL REQUEST
 };
 
+// One LUN (or target) of a port's failover tables.
+struct FoEntry {
+    uint16_t target_id = 0;
+    uint16_t lun = 0;
+    std::array<uint8_t, 8> port_name{};
+    std::array<uint8_t, 8> node_name{};
+    uint32_t flags = 0;
+    uint16_t path_count = 0;
+};
+
+// A port's failover table: what the driver presents now, and what was saved
+// through the write commands (empty until the first write of the run).
+struct FoTable {
+    bool seeded = false;
+    std::vector<FoEntry> live;
+    std::vector<FoEntry> saved;
+};
+
+// Most entries a port's table holds; a write that would grow it beyond is refused.
+inline constexpr size_t kFoMaxTableEntries = 4096;
+
 // Largest buffer a single request may move; beyond it the driver refuses the request.
 inline constexpr uint32_t kMaxTransfer = 64u << 20;
 
@@ -77,6 +98,9 @@ private:
     void scsi_passthru(Call &c);
     void wwpn_to_scsiaddr(Call &c);
     void failover(Call &c);
+    FoTable &fo_table(Call &c, bool targets);
+    void fo_read_list(Call &c, std::span<const uint8_t> in, bool targets);
+    void fo_write_list(Call &c, std::span<const uint8_t> in, bool targets);
 
     // Buffer helpers: false (and the request answered) when the buffer cannot be moved.
     bool fetch_request(Call &c, uint32_t need, std::vector<uint8_t> &out);
@@ -89,6 +113,8 @@ private:
     std::vector<PortRef> ports_;
     std::map<std::string, uint32_t> beacon_;     // per adapter/function
     std::map<std::string, bool> aen_enabled_;    // per adapter/function
+    std::map<std::string, FoTable> fo_luns_;     // per adapter/function
+    std::map<std::string, FoTable> fo_targets_;  // per adapter/function
 };
 
 }  // namespace vxemu

@@ -156,6 +156,9 @@ enum Command : uint8_t {
     kCmdActivateRegion = 0x18,
     kCmdFoFirst = 0xC8,
     kCmdFoGetLunData = 0xCE,
+    kCmdFoSetLunData = 0xCF,
+    kCmdFoGetTargetData = 0xD0,
+    kCmdFoSetTargetData = 0xD1,
     kCmdFoLast = 0xD2,
     kCmdDriverSpecifics = 0xFC,
     kCmdWwpnToScsiAddr = 0xFD,
@@ -392,6 +395,45 @@ struct EXT_BEACON_CONTROL {
     uint32_t Reserved[3];
 };
 static_assert(sizeof(EXT_BEACON_CONTROL) == 16);
+
+// Failover LUN and target data (0xCE-0xD1): a 32-byte request, followed in
+// a write by its entries; a read answers with a list header and entries.
+struct EXT_FO_DATA_REQUEST {
+    uint16_t drvr_inst;
+    uint8_t FromStore;  // 1: the saved configuration instead of the live view (reads only)
+    uint8_t Reserved1;
+    uint16_t TargetId;  // kFoSelectAll = every target
+    uint16_t Lun;       // kFoSelectAll = every LUN; not used by the target commands
+    uint8_t Reserved2[24];
+};
+static_assert(sizeof(EXT_FO_DATA_REQUEST) == 32 && offsetof(EXT_FO_DATA_REQUEST, FromStore) == 2);
+static_assert(offsetof(EXT_FO_DATA_REQUEST, Reserved1) == 3 && offsetof(EXT_FO_DATA_REQUEST, TargetId) == 4);
+static_assert(offsetof(EXT_FO_DATA_REQUEST, Lun) == 6 && offsetof(EXT_FO_DATA_REQUEST, Reserved2) == 8);
+
+struct EXT_FO_LIST_HEADER {
+    uint32_t EntryCount;
+    uint8_t Reserved[28];
+};
+static_assert(sizeof(EXT_FO_LIST_HEADER) == 32);
+
+struct EXT_FO_LUN_ENTRY {
+    uint16_t TargetId;
+    uint16_t Lun;
+    uint8_t PortName[8];
+    uint8_t NodeName[8];
+    uint32_t Flags;
+    uint16_t PathCount;
+    uint8_t Reserved[6];
+};
+static_assert(sizeof(EXT_FO_LUN_ENTRY) == 32 && offsetof(EXT_FO_LUN_ENTRY, Lun) == 2);
+static_assert(offsetof(EXT_FO_LUN_ENTRY, PortName) == 4 && offsetof(EXT_FO_LUN_ENTRY, NodeName) == 12);
+static_assert(offsetof(EXT_FO_LUN_ENTRY, Flags) == 20 && offsetof(EXT_FO_LUN_ENTRY, PathCount) == 24);
+static_assert(offsetof(EXT_FO_LUN_ENTRY, Reserved) == 26);
+
+inline constexpr uint16_t kFoSelectAll = 0xFFFF;
+inline constexpr uint32_t kFoMaxWriteEntries = 256;  // entries one write may carry
+inline constexpr uint32_t kFoFlagVisible = 0x1;
+inline constexpr uint32_t kFoFlagPreferred = 0x2;
 
 // Get/set data sub-codes served.
 inline constexpr uint16_t kGetStatistics = 3;

@@ -252,6 +252,96 @@ VXHMX_API uint32_t IHmFoGetStatistics(int Device, const HMFO_SELECTOR *pSelect, 
 /* Clears the failover statistics of the selected LUN or path. */
 VXHMX_API uint32_t IHmFoResetStatistics(int Device, const HMFO_SELECTOR *pSelect);
 
+/* ---- Failover LUN and target data ---- */
+
+/* Selects by target and LUN; HMFO_SELECT_ALL in a field selects every one. */
+#define HMFO_SELECT_ALL 0xFFFFu
+typedef struct _HMFO_LUN_SELECT {
+    uint16_t TargetId;
+    uint16_t Lun;
+} HMFO_LUN_SELECT;
+
+/* The driver's 32-byte request of the LUN and target data commands, in
+ * little-endian byte order on the wire: drvr_inst at 0, FromStore at 2
+ * (1 = the driver's saved configuration instead of its live view; 0 in a
+ * write), TargetId at 4, Lun at 6, the rest zero. A write is followed by
+ * its entries, 32 bytes each, at most HMFO_MAX_ENTRIES. */
+typedef struct _HMFO_DATA_REQUEST {
+    uint16_t drvr_inst;
+    uint8_t FromStore;
+    uint8_t Reserved1;
+    uint16_t TargetId;
+    uint16_t Lun;
+    uint8_t Reserved2[24];
+} HMFO_DATA_REQUEST;
+
+/* The driver's reply list: this 32-byte header, then EntryCount entries. */
+typedef struct _HMFO_DATA_LIST_HEADER {
+    uint32_t EntryCount;
+    uint8_t Reserved[28];
+} HMFO_DATA_LIST_HEADER;
+
+#define HMFO_FLAG_VISIBLE   0x1u /* the LUN or target is presented to the host */
+#define HMFO_FLAG_PREFERRED 0x2u /* this port is the preferred path */
+
+/* One LUN (or, in target data, one target) as the driver reports it. */
+typedef struct _HMFO_LUN_ENTRY {
+    uint16_t TargetId;
+    uint16_t Lun;
+    uint8_t PortName[8];
+    uint8_t NodeName[8];
+    uint32_t Flags;
+    uint16_t PathCount;
+    uint8_t Reserved[6];
+} HMFO_LUN_ENTRY;
+typedef HMFO_LUN_ENTRY HMFO_TARGET_ENTRY;
+
+#define HMFO_MAX_ENTRIES 256
+
+typedef struct _HMFO_LUN_DATA {
+    uint32_t EntryCount;
+    uint8_t Reserved[4];
+    HMFO_LUN_ENTRY Entry[HMFO_MAX_ENTRIES];
+} HMFO_LUN_DATA;
+
+typedef struct _HMFO_TARGET_DATA {
+    uint32_t EntryCount;
+    uint8_t Reserved[4];
+    HMFO_TARGET_ENTRY Entry[HMFO_MAX_ENTRIES];
+} HMFO_TARGET_DATA;
+
+/* Reads the failover data of the LUNs (targets) chosen by Select into
+ * *pData. ApiIndex is the adapter's library instance, the one Device was
+ * opened for (HmOpenDevice's Instance).
+ * FromStore 0 asks the driver for its live view; the list it returns may be
+ * longer than HMFO_MAX_ENTRIES: only the first HMFO_MAX_ENTRIES entries are
+ * kept, EntryCount says how many. FromStore non-zero reads the saved
+ * configuration: drivers from 6.6.0 on (except 6.6.0 betas 1 to 8) keep it
+ * themselves and are asked for it; older drivers keep it in a configuration
+ * file this library does not handle, so the call returns
+ * HMX_ERR_NOT_SUPPORTED and leaves *pData as it was.
+ * Returns 0; HMX_ERR_INVALID_PARAMETER (null pData, or ApiIndex not the
+ * handle's instance); HMX_ERR_DEVICE_NOT_FOUND (bad handle);
+ * HMX_ERR_NOT_SUPPORTED (adapter served through sysfs, the driver rejects
+ * the request, or the older configuration file); HMX_ERR_OUT_OF_MEMORY; an
+ * errno value when the request itself fails; otherwise the driver's status
+ * mapped. *pData is written only on success. No lock is taken. */
+VXHMX_API uint32_t IHmFoGetLunData(int Device, int ApiIndex, HMFO_LUN_SELECT Select, HMFO_LUN_DATA *pData,
+                                   int FromStore);
+/* The same for the driver's per-target data; Select.Lun is not used. */
+VXHMX_API uint32_t IHmFoGetTargetData(int Device, int ApiIndex, HMFO_LUN_SELECT Select, HMFO_TARGET_DATA *pData,
+                                      int FromStore);
+
+/* Saves the first EntryCount (at most HMFO_MAX_ENTRIES) entries of *pData as
+ * the configuration of the LUNs (targets) chosen by Select: the driver
+ * replaces the saved entries Select covers and applies them at once. Only
+ * drivers that keep the configuration themselves take it; for older ones
+ * the call returns HMX_ERR_NOT_SUPPORTED and nothing is sent. Statuses as
+ * for IHmFoGetLunData. */
+VXHMX_API uint32_t IHmFoSetLunData(int Device, int ApiIndex, HMFO_LUN_SELECT Select, const HMFO_LUN_DATA *pData);
+VXHMX_API uint32_t IHmFoSetTargetData(int Device, int ApiIndex, HMFO_LUN_SELECT Select,
+                                      const HMFO_TARGET_DATA *pData);
+
 /* ==== Adapter data: properties, NVRAM variables, flash, NVRAM and VPD ==== */
 /*
  * Every call below takes a handle from HmOpenDevice first and returns
