@@ -5,11 +5,13 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <span>
 #include <string>
 #include <string_view>
 
 #include "vx_chipdata.h"
 #include "vx_core.h"
+#include "vx_flash.h"
 #include "vx_hmdbg.h"
 #include "vx_os.h"
 #include "vx_sysfs.h"
@@ -251,8 +253,6 @@ int vxapi_read_optrom(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t 
                       status);
 }
 
-AlignedWrite::~AlignedWrite() { delete[] data; }
-
 uint32_t vxapi_get_flash_sector_size(int fd, int api_idx) {
     EXT_CHIP chip{};
     uint32_t status = 0;
@@ -261,30 +261,35 @@ uint32_t vxapi_get_flash_sector_size(int fd, int api_idx) {
 }
 
 int vxapi_sector_align(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t offset, uint32_t sector,
-                       AlignedWrite *out, uint32_t *status) {
+                       vxhmx::SectorAligned *out, uint32_t *status) {
     if (out == nullptr || buf == nullptr || sector == 0 || len == 0) {
         set_status(status, 6);
         return 1;
     }
-    const uint64_t begin = offset - offset % sector;
-    const uint64_t end_raw = static_cast<uint64_t>(offset) + len;
-    const uint64_t end = (end_raw + sector - 1) / sector * sector;
-    if (end - begin > UINT32_MAX) {
-        set_status(status, 6);
-        return 1;
-    }
-    out->offset = static_cast<uint32_t>(begin);
-    out->len = static_cast<uint32_t>(end - begin);
-    if (begin == offset && end == end_raw) return 0;  // already whole sectors: no copy
-    out->data = new (std::nothrow) uint8_t[out->len];
-    if (out->data == nullptr) {
+    // Without a layout the flash end is unknown and the driver bounds the
+    // request itself.
+    const uint32_t flash_end =
+        pGlobalOptRomLayout != nullptr ? vxhmx::vxlayout_flash_end(*pGlobalOptRomLayout, sector) : UINT32_MAX;
+    // The bytes around the caller's data must survive the sector rewrite.
+    bool read_failed = false;
+    uint32_t read_status = 0;
+    const auto read = [&](uint32_t at, std::span<uint8_t> into) -> uint32_t {
+        const int rc = vxapi_read_optrom(fd, api_idx, into.data(), static_cast<uint32_t>(into.size()),
+                                         EXT_SC_RAW_FLASH, at, &read_status);
+        if (rc == 0 && vxapi_status_usable(read_status)) return 0;
+        read_failed = true;
+        return read_status != 0 ? read_status : 1;
+    };
+    try {
+        *out = vxhmx::vxlayout_sector_align(offset, std::span<const uint8_t>(buf, len), sector, flash_end, read);
+    } catch (const std::bad_alloc &) {
         set_status(status, 10);
         return 1;
     }
-    // The bytes around the caller's data must survive the sector rewrite.
-    const int rc = vxapi_read_optrom(fd, api_idx, out->data, out->len, EXT_SC_RAW_FLASH, out->offset, status);
-    if (rc != 0 || (status != nullptr && !vxapi_status_usable(*status))) return 1;
-    std::memcpy(out->data + (offset - begin), buf, len);
+    if (out->status != 0) {
+        set_status(status, read_failed ? read_status : 6);
+        return 1;
+    }
     return 0;
 }
 
@@ -292,7 +297,7 @@ int vxapi_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len, u
                         uint32_t *status) {
     if (is_sysfs(api_idx)) return vxsysfs_update_optrom(fd, api_idx, buf, len, region, offset, status);
     uint16_t subcode = static_cast<uint16_t>(region);
-    AlignedWrite aligned;
+    vxhmx::SectorAligned aligned;
     if (vxapi_raw_flash_chip(api_idx)) {
         uint32_t map_offset = offset, map_len = len;
         vxsysfs_map_region(api_idx, region, &map_offset, &map_len);
@@ -309,9 +314,9 @@ int vxapi_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len, u
             VXDBG(VXDBG_ERR, "vxapi_update_optrom: sector alignment failed.");
             return 1;
         }
-        if (aligned.data != nullptr) buf = aligned.data;
+        if (!aligned.buffer.empty()) buf = aligned.buffer.data();
         offset = aligned.offset;
-        len = aligned.len;
+        len = aligned.size;
         subcode = EXT_SC_RAW_FLASH;
     }
     return vxapi_send(fd, api_idx,

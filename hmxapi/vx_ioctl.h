@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "vx_layout.h"
 #include "vx_wire.h"
 
 // ---- Request header, current layout (116 bytes, packed) -------------------
@@ -251,18 +252,13 @@ int vxapi_get_instance_count(int fd, int api_idx, uint32_t *status, uint32_t *co
 
 // Flash sector size of the adapter (chip query); 0 when unknown.
 uint32_t vxapi_get_flash_sector_size(int fd, int api_idx);
-// Widens [offset, offset + len) to whole sectors, reading the surrounding
-// bytes from the flash; on success *out holds the merged data.
-struct AlignedWrite {
-    uint32_t offset = 0;
-    uint32_t len = 0;
-    uint8_t *data = nullptr;  // owned, freed by the destructor
-    AlignedWrite() = default;
-    AlignedWrite(const AlignedWrite &) = delete;
-    AlignedWrite &operator=(const AlignedWrite &) = delete;
-    ~AlignedWrite();
-};
+// Widens [offset, offset + len) to whole sectors within the flash the
+// library's layout knows, reading the surrounding bytes from the flash; on
+// success *out holds the window and, unless the write was whole sectors
+// already, the merged data. Returns 1 with *status set on failure: 6 for
+// bad arguments or a write past the flash end, 10 when out of memory, the
+// read's status when a surrounding read fails.
 int vxapi_sector_align(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t offset, uint32_t sector,
-                       AlignedWrite *out, uint32_t *status);
+                       vxhmx::SectorAligned *out, uint32_t *status);
 // True for chips whose flash is reached raw (FCX160, FCX180).
 bool vxapi_raw_flash_chip(int api_idx);

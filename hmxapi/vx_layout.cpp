@@ -170,6 +170,15 @@ uint32_t vxlayout_activation_code(uint16_t device_id, uint32_t region_with_attri
     }
 }
 
+uint32_t vxlayout_flash_end(const INT_OPT_ROM_LAYOUT &layout, uint32_t sector_size) {
+    uint64_t end = layout.Size;
+    const std::size_t n = vxlayout_entry_count(layout);
+    for (std::size_t i = 0; i < n; ++i)
+        end = std::max(end, uint64_t{layout.Region[i].Beg} + layout.Region[i].Size);
+    if (sector_size != 0) end = (end + sector_size - 1) / sector_size * sector_size;
+    return static_cast<uint32_t>(std::min<uint64_t>(end, UINT32_MAX));
+}
+
 SectorAligned vxlayout_sector_align(uint32_t offset, std::span<const uint8_t> data, uint32_t sector_size,
                                  uint32_t flash_size, const FlashReader &read) {
     SectorAligned out;
@@ -186,19 +195,12 @@ SectorAligned vxlayout_sector_align(uint32_t offset, std::span<const uint8_t> da
         out.status = kExtStatusOk;
         return out;
     }
+    // One read of the whole window: a driver that moves the flash in windows
+    // then sees the same window read and written.
     out.buffer.assign(out.size, 0);
-    const std::size_t head = offset - win_beg;
-    const std::size_t tail = static_cast<std::size_t>(win_end - end);
-    if (head > 0) {
-        const uint32_t st = read(out.offset, std::span<uint8_t>(out.buffer.data(), head));
-        if (st != kExtStatusOk) return SectorAligned{st, 0, 0, {}};
-    }
-    if (tail > 0) {
-        const uint32_t st = read(static_cast<uint32_t>(end),
-                                 std::span<uint8_t>(out.buffer.data() + head + data.size(), tail));
-        if (st != kExtStatusOk) return SectorAligned{st, 0, 0, {}};
-    }
-    std::memcpy(out.buffer.data() + head, data.data(), data.size());
+    const uint32_t st = read(out.offset, out.buffer);
+    if (st != kExtStatusOk) return SectorAligned{st, 0, 0, {}};
+    std::memcpy(out.buffer.data() + (offset - win_beg), data.data(), data.size());
     out.status = kExtStatusOk;
     return out;
 }

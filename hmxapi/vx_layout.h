@@ -130,6 +130,12 @@ uint32_t vxlayout_copy_out(const INT_OPT_ROM_LAYOUT &layout, uint32_t &Size, uin
 
 // ---- Sector alignment ----------------------------------------------------
 
+// The end of the flash as the layout knows it: the 0xFF row's size, or the
+// end of an area listed beyond it (the FCX160 table keeps small areas above
+// its first MiB), rounded up to whole sectors of `sector_size` (the sector
+// holding a listed byte lies wholly in the flash), capped at 4 GiB - 1.
+uint32_t vxlayout_flash_end(const INT_OPT_ROM_LAYOUT &layout, uint32_t sector_size);
+
 // Reads `out.size()` flash bytes at `offset`; returns a completion code.
 using FlashReader = std::function<uint32_t(uint32_t offset, std::span<uint8_t> out)>;
 
@@ -143,8 +149,8 @@ struct SectorAligned {
 };
 
 // Widens a write of `data` at `offset` to whole sectors of `sector_size`
-// bytes within a flash of `flash_size` bytes: the head and tail of the
-// window are read through `read` and the data merged in between. Fails
+// bytes within a flash of `flash_size` bytes: the window is read through
+// `read` in one piece and the data merged in. Fails
 // (status 1, or the reader's code) on a zero sector size, empty data, a
 // write reaching past the flash or a failed read; never reads past the
 // flash (a last partial sector is cut at its end).

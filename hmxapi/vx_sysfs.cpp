@@ -630,7 +630,7 @@ int vxsysfs_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len,
     uint32_t size = std::min(map_size, len);
     const uint8_t *data = buf;
 
-    AlignedWrite aligned;
+    vxhmx::SectorAligned aligned;
     if (vxapi_raw_flash_chip(api_idx)) {
         const uint32_t sector = vxapi_get_flash_sector_size(fd, api_idx);
         uint32_t align_status = kCodeFailed;
@@ -639,9 +639,9 @@ int vxsysfs_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len,
             set_code(status, align_status != kCodeOk ? align_status : kCodeFailed);
             return 0;
         }
-        if (aligned.data != nullptr) data = aligned.data;
+        if (!aligned.buffer.empty()) data = aligned.buffer.data();
         map_offset = aligned.offset;
-        size = aligned.len;
+        size = aligned.size;
     }
 
     std::vector<uint8_t> whole;

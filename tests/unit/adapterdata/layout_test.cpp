@@ -252,6 +252,9 @@ TEST(SectorAlign, MergesHeadAndTailOfTheWindow) {
     std::vector<uint8_t> expect(f.bytes.begin() + 0x1000, f.bytes.begin() + 0x3000);
     std::fill(expect.begin() + 0x800, expect.begin() + 0x1800, 0xAB);
     EXPECT_EQ(r.buffer, expect);
+    // The window is read in one piece, as the driver's windowed forms move it.
+    const std::vector<std::pair<uint32_t, std::size_t>> one_read{{0x1000, 0x2000}};
+    EXPECT_EQ(f.reads, one_read);
 }
 
 TEST(SectorAlign, ShortLastSectorEndsWithTheFlash) {
@@ -278,4 +281,19 @@ TEST(SectorAlign, Refusals) {
     const auto r = vxlayout_sector_align(0x100, data, 0x1000, 0x4000, f.reader());
     EXPECT_EQ(r.status, 9u);
     EXPECT_TRUE(r.buffer.empty());
+}
+
+TEST(SectorAlign, FlashEndCoversAreasListedPastTheWholeFlashRow) {
+    // The FCX160 table lists small areas above its 1 MiB row: the last one
+    // (0x2A at 0x174000, 16 KiB) ends in the flash's last listed sector.
+    EXPECT_EQ(vxlayout_flash_end(layout_of(0x1600), 0), 0x178000u);
+    EXPECT_EQ(vxlayout_flash_end(layout_of(0x1600), 0x1000), 0x178000u);
+    EXPECT_EQ(vxlayout_flash_end(layout_of(0x1600), 0x10000), 0x180000u);
+    EXPECT_EQ(vxlayout_flash_end(layout_of(0x1410), 0x10000), 0x100000u);
+    INT_OPT_ROM_LAYOUT huge{};
+    huge.Size = 0x1000;
+    huge.NoOfRegions = 1;
+    huge.Region[0] = {0x01, 0x10, 0xFFFFFFF8u, 0xFFFFFFFFu};  // a reply claiming an area past 4 GiB
+    EXPECT_EQ(vxlayout_flash_end(huge, 0x10000), 0xFFFFFFFFu);
+    EXPECT_EQ(vxlayout_flash_end(INT_OPT_ROM_LAYOUT{}, 0x10000), 0u);
 }

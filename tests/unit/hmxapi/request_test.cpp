@@ -130,14 +130,14 @@ TEST(RequestSend, RawFlashReadOfZeroLengthSendsNothing) {
 }
 
 TEST(SectorAlign, WholeSectorsNeedNoCopy) {
-    AlignedWrite out;
+    vxhmx::SectorAligned out;
     uint8_t data[0x2000] = {};
     uint32_t status = 0;
     ASSERT_EQ(vxapi_sector_align(-1, 0, data, sizeof data, 0x10000, 0x1000, &out, &status), 0);
     EXPECT_EQ(out.offset, 0x10000u);
-    EXPECT_EQ(out.len, 0x2000u);
-    EXPECT_EQ(out.data, nullptr);
-    AlignedWrite bad;
+    EXPECT_EQ(out.size, 0x2000u);
+    EXPECT_TRUE(out.buffer.empty());
+    vxhmx::SectorAligned bad;
     EXPECT_EQ(vxapi_sector_align(-1, 0, data, sizeof data, 0, 0, &bad, &status), 1);  // no sector size
     EXPECT_EQ(vxapi_sector_align(-1, 0, data, 0, 0, 0x1000, &bad, &status), 1);       // nothing to write
 }
