@@ -230,22 +230,36 @@ bool vxapi_raw_flash_chip(int api_idx) {
     return vxhmx::has_adapter_layout(api_priv_data[api_idx].device_id);
 }
 
+namespace {
+
+// Chips reached raw take every flash access as a raw window: a region is
+// mapped to its place in the layout, and only the mapped window is moved,
+// never past the caller's buffer. False (with `refusal` traced) for an
+// empty request or an unknown region.
+bool map_raw_window(int api_idx, uint32_t region, uint32_t &offset, uint32_t &len, const char *refusal) {
+    uint32_t map_offset = offset, map_len = len;
+    vxsysfs_map_region(api_idx, region, &map_offset, &map_len);
+    if (map_len == 0 || len == 0) {
+        VXDBG(VXDBG_ERR, refusal);
+        return false;
+    }
+    if (region != EXT_SC_RAW_FLASH) {
+        offset = map_offset;
+        if (map_len < len) len = map_len;
+    }
+    return true;
+}
+
+}  // namespace
+
 int vxapi_read_optrom(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,
                       uint32_t *status) {
     if (is_sysfs(api_idx)) return vxsysfs_read_optrom(fd, api_idx, buf, len, region, offset, status);
     uint16_t subcode = static_cast<uint16_t>(region);
     if (vxapi_raw_flash_chip(api_idx)) {
-        uint32_t map_offset = offset, map_len = len;
-        vxsysfs_map_region(api_idx, region, &map_offset, &map_len);
-        if (map_len == 0 || len == 0) {
-            VXDBG(VXDBG_ERR, "vxapi_read_optrom: zero size or unknown region, nothing read.");
+        if (!map_raw_window(api_idx, region, offset, len,
+                            "vxapi_read_optrom: zero size or unknown region, nothing read."))
             return 1;
-        }
-        // Only the mapped window may be read, and never past the caller's buffer.
-        if (region != EXT_SC_RAW_FLASH) {
-            offset = map_offset;
-            if (map_len < len) len = map_len;
-        }
         subcode = EXT_SC_RAW_FLASH;
     }
     return vxapi_send(fd, api_idx,
@@ -299,16 +313,9 @@ int vxapi_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len, u
     uint16_t subcode = static_cast<uint16_t>(region);
     vxhmx::SectorAligned aligned;
     if (vxapi_raw_flash_chip(api_idx)) {
-        uint32_t map_offset = offset, map_len = len;
-        vxsysfs_map_region(api_idx, region, &map_offset, &map_len);
-        if (map_len == 0 || len == 0) {
-            VXDBG(VXDBG_ERR, "vxapi_update_optrom: zero size or unknown region, nothing written.");
+        if (!map_raw_window(api_idx, region, offset, len,
+                            "vxapi_update_optrom: zero size or unknown region, nothing written."))
             return 1;
-        }
-        if (region != EXT_SC_RAW_FLASH) {
-            offset = map_offset;
-            if (map_len < len) len = map_len;
-        }
         const uint32_t sector = vxapi_get_flash_sector_size(fd, api_idx);
         if (vxapi_sector_align(fd, api_idx, buf, len, offset, sector, &aligned, status) != 0) {
             VXDBG(VXDBG_ERR, "vxapi_update_optrom: sector alignment failed.");

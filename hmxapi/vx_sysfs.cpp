@@ -535,12 +535,20 @@ bool chunked(int api_idx) { return (api_priv_data[api_idx].features & kFeatureCh
 // Whole-flash transfer buffer of a driver without the partial forms: the
 // whole flash, grown when a region lies past it (the FCX160 table lists
 // areas beyond its 1 MiB row), so the region's bytes are always inside.
-bool whole_flash_window(int api_idx, uint32_t offset, uint32_t size, uint32_t &whole) {
+// False (nothing to transfer) for an unknown whole flash or no memory.
+bool whole_flash_buffer(int api_idx, uint32_t offset, uint32_t size, std::vector<uint8_t> &whole) {
     uint32_t all_offset = 0, all_size = 0;
     vxsysfs_map_region(api_idx, kRegionAll, &all_offset, &all_size);
     const uint64_t end = uint64_t{offset} + size;
-    if (all_size == 0 || end > UINT32_MAX) return false;
-    whole = static_cast<uint32_t>(std::max<uint64_t>(all_size, end));
+    if (all_size == 0 || end > UINT32_MAX) {
+        trace("Zero size unknown region");
+        return false;
+    }
+    try {
+        whole.assign(static_cast<std::size_t>(std::max<uint64_t>(all_size, end)), 0);
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
     return true;
 }
 
@@ -571,17 +579,8 @@ int vxsysfs_read_optrom(int, int api_idx, uint8_t *buf, uint32_t len, uint32_t r
     std::string cmd = "1";
     if (chunked(api_idx)) {
         cmd = window_command('1', map_offset, want);
-    } else if (region != kRegionAll) {
-        uint32_t whole_size = 0;
-        if (!whole_flash_window(api_idx, map_offset, want, whole_size)) {
-            trace("Zero size unknown region");
-            return 0;
-        }
-        try {
-            whole.assign(whole_size, 0);
-        } catch (const std::bad_alloc &) {
-            return 0;
-        }
+    } else if (region != kRegionAll && !whole_flash_buffer(api_idx, map_offset, want, whole)) {
+        return 0;
     }
 
     FlashLock lock;
@@ -650,16 +649,8 @@ int vxsysfs_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len,
         cmd = window_command('2', map_offset, size);
     } else if (region != kRegionAll) {
         // Read the whole flash, patch the region in, write it all back.
-        uint32_t whole_size = 0;
-        if (!whole_flash_window(api_idx, map_offset, size, whole_size)) {
-            trace("Zero size unknown region");
-            return 0;
-        }
-        try {
-            whole.assign(whole_size, 0);
-        } catch (const std::bad_alloc &) {
-            return 0;
-        }
+        if (!whole_flash_buffer(api_idx, map_offset, size, whole)) return 0;
+        const auto whole_size = static_cast<uint32_t>(whole.size());
         uint32_t read_status = kCodeFailed;
         vxsysfs_read_optrom(fd, api_idx, whole.data(), whole_size, kRegionRaw, 0, &read_status);
         if (read_status != kCodeOk) {
