@@ -24,11 +24,6 @@
 vxhmx::INT_OPT_ROM_LAYOUT gOptRomLayout;
 vxhmx::INT_OPT_ROM_LAYOUT *pGlobalOptRomLayout = nullptr;
 
-// Codes without a constant in the public header (0x20000084 and 0x20000089
-// come from the region checks): they print as "Unknown Error %xh.".
-inline constexpr uint32_t HMX_ERR_ACTIVATION_FAILED = 0x20000090u;
-inline constexpr uint32_t HMX_ERR_VPD_NOT_UPDATED = 0x20000091u;
-
 namespace {
 
 using namespace vxhmx::chipid;

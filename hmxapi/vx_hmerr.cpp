@@ -127,7 +127,6 @@ constexpr std::array<ScsiStatusRow, 9> kScsiStatusMap{{
     {40, HMX_ERR_SCSI_QUEUE_FULL},
 }};
 
-constexpr uint32_t kScsiCompletion = 15;
 constexpr uint32_t kDriverStatus23 = 23;
 
 // One buffer for the formatted fall-back texts, shared by every caller.
@@ -141,7 +140,7 @@ std::span<const ErrorText> error_texts() { return kErrorTexts; }
 
 uint32_t HmXlateHMXErr(uint32_t ext_stat, uint32_t ext_dstat) {
     using namespace vxhmx;
-    if (ext_stat == kScsiCompletion) {
+    if (ext_stat == EXT_STATUS_SCSI_STATUS) {
         // Only the status byte counts; the driver may leave flags above it.
         const auto scsi = static_cast<uint8_t>(ext_dstat & 0xFF);
         for (const auto &row : kScsiStatusMap)

@@ -395,10 +395,10 @@ void store_le(std::span<uint8_t> image, const ByteWindow &w, uint32_t v) {
 
 uint32_t mask_test(std::span<const uint8_t> image, NvramFormat format, uint32_t var,
                    const std::array<uint16_t, 10> &masks) {
-    if (var >= NVRAMVarEnd) return kNvramInvalidParameter;
+    if (var >= NVRAMVarEnd) return HMX_ERR_INVALID_PARAMETER;
     uint32_t index = VXHMNVR_GetVariableValue(image, format, NVRAMVarSubSystemDeviceID1);
     if (index > 8) index = 9;
-    return (kVars[var].setting_bits & masks[index]) != 0 ? kNvramOk : kNvramMaskMiss;
+    return (kVars[var].setting_bits & masks[index]) != 0 ? HMX_STATUS_OK : HMX_ERR_UNKNOWN;
 }
 
 }  // namespace
@@ -439,12 +439,12 @@ uint32_t VXHMNVR_GetVariableValue(std::span<const uint8_t> image, NvramFormat fo
 
 uint32_t VXHMNVR_SetVariableValue(std::span<uint8_t> image, NvramFormat format, uint32_t var,
                                   uint32_t value) {
-    if (var >= NVRAMVarEnd) return kNvramInvalidParameter;
+    if (var >= NVRAMVarEnd) return HMX_ERR_INVALID_PARAMETER;
     const NvramPlace p = vxhmnvr_place(format, var);
-    if (p.pos == kNvramNotPresent) return kNvramOk;
+    if (p.pos == kNvramNotPresent) return HMX_STATUS_OK;
     const ByteWindow w = byte_window(format, var, p);
-    if (!fits(image.size(), w)) return kNvramInvalidParameter;
-    if (VXHMNVR_GetVariableValue(image, format, var) == value) return kNvramOk;
+    if (!fits(image.size(), w)) return HMX_ERR_INVALID_PARAMETER;
+    if (VXHMNVR_GetVariableValue(image, format, var) == value) return HMX_STATUS_OK;
 
     if (var == NVRAMVarId) {
         // The id is text: at most four characters, a zero byte ends it and
@@ -455,13 +455,13 @@ uint32_t VXHMNVR_SetVariableValue(std::span<uint8_t> image, NvramFormat format, 
             if (c == 0) ended = true;
             image[w.offset + i] = ended ? 0 : c;
         }
-        return kNvramOk;
+        return HMX_STATUS_OK;
     }
     const uint32_t field = kMasks[p.len] << p.bit;
     uint32_t raw = load_le(image, w);
     raw = (raw & ~field) | ((value & kMasks[p.len]) << p.bit);
     store_le(image, w, raw);
-    return kNvramOk;
+    return HMX_STATUS_OK;
 }
 
 uint32_t VXHMNVR_IsVariableReadOnly(std::span<const uint8_t> image, NvramFormat format, uint32_t var) {

@@ -30,11 +30,6 @@ inline constexpr std::size_t kNvramExtendedSize = 512;
 // Place marker of a variable that the extended format does not carry.
 inline constexpr uint32_t kNvramNotPresent = 0xDEADDEADu;
 
-// Status codes these routines return (library codes).
-inline constexpr uint32_t kNvramOk = 0;
-inline constexpr uint32_t kNvramInvalidParameter = 0x20000064u;
-inline constexpr uint32_t kNvramMaskMiss = 0x20000075u;
-
 // Place of one variable in one format. Basic: `pos` is a 16-bit word index
 // into the image; extended: a byte offset (or kNvramNotPresent).
 struct NvramPlace {

@@ -277,7 +277,7 @@ uint32_t vxapi_get_flash_sector_size(int fd, int api_idx) {
 int vxapi_sector_align(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t offset, uint32_t sector,
                        vxhmx::SectorAligned *out, uint32_t *status) {
     if (out == nullptr || buf == nullptr || sector == 0 || len == 0) {
-        set_status(status, 6);
+        set_status(status, EXT_STATUS_INVALID_PARAM);
         return 1;
     }
     // Without a layout the flash end is unknown and the driver bounds the
@@ -297,11 +297,11 @@ int vxapi_sector_align(int fd, int api_idx, const uint8_t *buf, uint32_t len, ui
     try {
         *out = vxhmx::vxlayout_sector_align(offset, std::span<const uint8_t>(buf, len), sector, flash_end, read);
     } catch (const std::bad_alloc &) {
-        set_status(status, 10);
+        set_status(status, EXT_STATUS_COPY_ERR);
         return 1;
     }
     if (out->status != 0) {
-        set_status(status, read_failed ? read_status : 6);
+        set_status(status, read_failed ? read_status : EXT_STATUS_INVALID_PARAM);
         return 1;
     }
     return 0;

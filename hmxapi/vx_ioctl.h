@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "vx_hmerr.h"
 #include "vx_layout.h"
 #include "vx_wire.h"
 
@@ -157,14 +158,6 @@ enum : uint16_t {
     EXT_SC_SET_BEACON = 8,
     EXT_SC_RAW_FLASH = 0xFFFF,
 };
-
-// Driver completion codes that still carry usable data.
-inline constexpr uint32_t EXT_STATUS_OK = 0;
-inline constexpr uint32_t EXT_STATUS_DATA_OVERRUN = 7;
-inline constexpr uint32_t EXT_STATUS_DATA_UNDERRUN = 8;
-inline bool vxapi_status_usable(uint32_t s) {
-    return s == EXT_STATUS_OK || s == EXT_STATUS_DATA_OVERRUN || s == EXT_STATUS_DATA_UNDERRUN;
-}
 
 uint64_t vxapi_ptr_to_64bit(const void *p);
 

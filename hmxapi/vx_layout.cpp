@@ -7,20 +7,12 @@
 #include <cstring>
 
 #include "vx_chipdata.h"
+#include "vx_hmerr.h"
 
 namespace vxhmx {
 namespace {
 
 using namespace chipid;
-
-// Completion codes (as the driver reports them) and library statuses.
-constexpr uint32_t kExtStatusOk = 0;
-constexpr uint32_t kExtStatusBufferTooSmall = 16;
-constexpr uint32_t kHmOk = 0;
-constexpr uint32_t kHmInvalidParameter = 0x20000064;
-constexpr uint32_t kHmNotSupported = 0x20000066;
-constexpr uint32_t kHmBufferSmallerThanRegion = 0x20000084;
-constexpr uint32_t kHmRegionZero = 0x20000089;
 
 constexpr INT_OPT_ROM_REGION row(uint32_t code, uint32_t size, uint32_t beg) {
     return {code, size, beg, beg + size - 1};
@@ -83,7 +75,7 @@ uint32_t vxlayout_fixed_min_size(uint16_t device_id, uint16_t subsys_vendor, uin
 uint32_t vxlayout_fill_fixed(uint16_t device_id, uint16_t subsys_vendor, uint16_t subsys_device,
                                  INT_OPT_ROM_LAYOUT &layout, uint32_t buffer_size) {
     if (buffer_size < vxlayout_fixed_min_size(device_id, subsys_vendor, subsys_device))
-        return kExtStatusBufferTooSmall;
+        return EXT_STATUS_BUFFER_TOO_SMALL;
     const auto rows = vxlayout_fixed_rows(device_id, subsys_vendor, subsys_device);
     layout = INT_OPT_ROM_LAYOUT{};
     layout.NoOfRegions = static_cast<uint32_t>(rows.size());
@@ -91,7 +83,7 @@ uint32_t vxlayout_fill_fixed(uint16_t device_id, uint16_t subsys_vendor, uint16_
         layout.Region[i] = rows[i];
         if ((rows[i].Region & kRegionCodeMask) == HMX_OPT_ROM_REGION_ALL) layout.Size = rows[i].Size;
     }
-    return kExtStatusOk;
+    return EXT_STATUS_OK;
 }
 
 bool vxlayout_parse_reply(std::span<const uint8_t> reply, INT_OPT_ROM_LAYOUT &layout) {
@@ -149,12 +141,12 @@ OptRomWritePath vxlayout_write_path(uint32_t region) {
 uint32_t vxlayout_check_region_write(const INT_OPT_ROM_LAYOUT &layout, uint32_t region, uint32_t buffer_size,
                                   const INT_OPT_ROM_REGION **entry) {
     const INT_OPT_ROM_REGION *found = vxlayout_find_region(layout, region);
-    if (found == nullptr) return kHmInvalidParameter;
-    if ((found->Region & kRegionReadOnly) != 0) return kHmNotSupported;
-    if (buffer_size < found->Size) return kHmBufferSmallerThanRegion;
-    if (region == 0) return kHmRegionZero;
+    if (found == nullptr) return HMX_ERR_INVALID_PARAMETER;
+    if ((found->Region & kRegionReadOnly) != 0) return HMX_ERR_NOT_SUPPORTED;
+    if (buffer_size < found->Size) return HMX_ERR_BUFFER_SMALLER_THAN_REGION;
+    if (region == 0) return HMX_ERR_REGION_ZERO;
     if (entry != nullptr) *entry = found;
-    return kHmOk;
+    return HMX_STATUS_OK;
 }
 
 uint32_t vxlayout_activation_code(uint16_t device_id, uint32_t region_with_attributes) {
@@ -192,16 +184,16 @@ SectorAligned vxlayout_sector_align(uint32_t offset, std::span<const uint8_t> da
     out.offset = static_cast<uint32_t>(win_beg);
     out.size = static_cast<uint32_t>(win_end - win_beg);
     if (win_beg == offset && win_end == end) {
-        out.status = kExtStatusOk;
+        out.status = EXT_STATUS_OK;
         return out;
     }
     // One read of the whole window: a driver that moves the flash in windows
     // then sees the same window read and written.
     out.buffer.assign(out.size, 0);
     const uint32_t st = read(out.offset, out.buffer);
-    if (st != kExtStatusOk) return SectorAligned{st, 0, 0, {}};
+    if (st != EXT_STATUS_OK) return SectorAligned{st, 0, 0, {}};
     std::memcpy(out.buffer.data() + (offset - win_beg), data.data(), data.size());
-    out.status = kExtStatusOk;
+    out.status = EXT_STATUS_OK;
     return out;
 }
 

@@ -13,6 +13,8 @@
 #include <span>
 #include <vector>
 
+#include "vxhmx.h"
+
 namespace vxhmx {
 
 struct INT_OPT_ROM_REGION {
@@ -117,7 +119,7 @@ uint32_t vxlayout_copy_out(const INT_OPT_ROM_LAYOUT &layout, uint32_t &Size, uin
                                : layout.NoOfRegions;
     if (NoOfRegions < count || (count > 0 && regions == nullptr)) {
         NoOfRegions = count;
-        return 0x20000072;  // buffer too small
+        return HMX_ERR_BUFFER_TOO_SMALL;
     }
     Size = layout.Size;
     NoOfRegions = count;
