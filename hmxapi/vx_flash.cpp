@@ -30,9 +30,7 @@ using namespace vxhmx::chipid;
 
 constexpr uint32_t kLayoutBufferSize = sizeof(vxhmx::INT_OPT_ROM_LAYOUT);  // 4088
 constexpr uint32_t kWholeImageMinimum = 0x20000;
-constexpr uint32_t kRegionRaw = 0xFFFF;
 constexpr uint32_t kVpdBlock = 512;
-constexpr uint32_t kActivateFirmwareRegion = 0x01;
 
 uint32_t block_limit(uint16_t device_id) { return vxhmx::is_fcx14x_class(device_id) ? 512 : 256; }
 
@@ -203,7 +201,7 @@ uint32_t activate_after_write(const Port &port, const vxhmx::INT_OPT_ROM_REGION 
     const uint32_t code = vxhmx::vxlayout_activation_code(port.device_id, entry.Region);
     if (code == 0) return HMX_STATUS_OK;
     if (activate(port.fd, port.idx, code) != 0) return HMX_ERR_ACTIVATION_FAILED;
-    if ((entry.Region & vxhmx::kRegionCodeMask) != kActivateFirmwareRegion) return HMX_STATUS_OK;
+    if ((entry.Region & vxhmx::kRegionCodeMask) != HMX_OPT_ROM_REGION_FW) return HMX_STATUS_OK;
     // Firmware runs on both ports: the other one is activated as well.
     const int other = other_port_of(port);
     if (other < 0) return HMX_STATUS_OK;
@@ -246,8 +244,8 @@ uint32_t offset_access(int Device, uint8_t *buf, uint32_t size, uint32_t offset,
     if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
     if (buf == nullptr || size == 0) return HMX_ERR_INVALID_PARAMETER;
     uint32_t st = 0;
-    const int rc = write ? vxapi_update_optrom(port.fd, port.idx, buf, size, kRegionRaw, offset, &st)
-                         : vxapi_read_optrom(port.fd, port.idx, buf, size, kRegionRaw, offset, &st);
+    const int rc = write ? vxapi_update_optrom(port.fd, port.idx, buf, size, vxhmx::kRegionRawFlash, offset, &st)
+                         : vxapi_read_optrom(port.fd, port.idx, buf, size, vxhmx::kRegionRawFlash, offset, &st);
     return vxflash_status(rc, st);
 }
 

@@ -158,6 +158,8 @@ enum : uint16_t {
     EXT_SC_SET_BEACON = 8,
     EXT_SC_RAW_FLASH = 0xFFFF,
 };
+// The raw flash request carries the raw pseudo region's code as its subcode.
+static_assert(EXT_SC_RAW_FLASH == vxhmx::kRegionRawFlash);
 
 uint64_t vxapi_ptr_to_64bit(const void *p);
 

@@ -38,11 +38,7 @@ static_assert(offsetof(INT_OPT_ROM_LAYOUT, Region) == 8);
 static_assert(offsetof(INT_OPT_ROM_REGION, Size) == 4 && offsetof(INT_OPT_ROM_REGION, Beg) == 8 &&
               offsetof(INT_OPT_ROM_REGION, End) == 12);
 
-// Region codes (low 8 bits of Region).
-inline constexpr uint32_t HMX_OPT_ROM_REGION_ALL = 0xFF;
-inline constexpr uint32_t HMX_OPT_ROM_REGION_FW = 0x01;
-inline constexpr uint32_t HMX_OPT_ROM_REGION_PHBIOS_PHFCODE_PHEFI_FW = 0x05;
-inline constexpr uint32_t HMX_OPT_ROM_REGION_PHBIOS_PHFCODE_PHEFI = 0x07;
+// Region codes (low 8 bits of Region) are the public HMX_OPT_ROM_REGION_*.
 // Pseudo region of the raw flash: the caller's offset and size stand.
 inline constexpr uint32_t kRegionRawFlash = 0xFFFF;
 

@@ -45,9 +45,6 @@ constexpr uint32_t kTraceSysfs = 0x200;
 // Bit of `features`: the driver takes the "1:%x:%x" and "2:%x:%x" forms.
 constexpr uint32_t kFeatureChunked = 0x80;
 
-constexpr uint32_t kRegionAll = 0xFF;
-constexpr uint32_t kRegionRaw = 0xFFFF;
-
 // Erase unit of the chips whose flash is written raw; the sysfs attributes
 // do not report one.
 constexpr uint32_t kRawFlashSectorSize = 0x10000;
@@ -291,7 +288,7 @@ int vxsysfs_supported_driver_exist(const char * /*drvname*/, int *index) {
 }
 
 void vxsysfs_map_region(int, uint32_t region, uint32_t *offset, uint32_t *size) {
-    if (offset == nullptr || size == nullptr || region == kRegionRaw) return;
+    if (offset == nullptr || size == nullptr || region == vxhmx::kRegionRawFlash) return;
     if (pGlobalOptRomLayout == nullptr) {
         *offset = 0;
         *size = 0;
@@ -532,7 +529,7 @@ bool chunked(int api_idx) { return (api_priv_data[api_idx].features & kFeatureCh
 // False (nothing to transfer) for an unknown whole flash or no memory.
 bool whole_flash_buffer(int api_idx, uint32_t offset, uint32_t size, std::vector<uint8_t> &whole) {
     uint32_t all_offset = 0, all_size = 0;
-    vxsysfs_map_region(api_idx, kRegionAll, &all_offset, &all_size);
+    vxsysfs_map_region(api_idx, HMX_OPT_ROM_REGION_ALL, &all_offset, &all_size);
     const uint64_t end = uint64_t{offset} + size;
     if (all_size == 0 || end > UINT32_MAX) {
         trace("Zero size unknown region");
@@ -573,7 +570,7 @@ int vxsysfs_read_optrom(int, int api_idx, uint8_t *buf, uint32_t len, uint32_t r
     std::string cmd = "1";
     if (chunked(api_idx)) {
         cmd = window_command('1', map_offset, want);
-    } else if (region != kRegionAll && !whole_flash_buffer(api_idx, map_offset, want, whole)) {
+    } else if (region != HMX_OPT_ROM_REGION_ALL && !whole_flash_buffer(api_idx, map_offset, want, whole)) {
         return 0;
     }
 
@@ -641,12 +638,12 @@ int vxsysfs_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len,
     std::string cmd = "2";
     if (chunked(api_idx)) {
         cmd = window_command('2', map_offset, size);
-    } else if (region != kRegionAll) {
+    } else if (region != HMX_OPT_ROM_REGION_ALL) {
         // Read the whole flash, patch the region in, write it all back.
         if (!whole_flash_buffer(api_idx, map_offset, size, whole)) return 0;
         const auto whole_size = static_cast<uint32_t>(whole.size());
         uint32_t read_status = EXT_STATUS_ERR;
-        vxsysfs_read_optrom(fd, api_idx, whole.data(), whole_size, kRegionRaw, 0, &read_status);
+        vxsysfs_read_optrom(fd, api_idx, whole.data(), whole_size, vxhmx::kRegionRawFlash, 0, &read_status);
         if (read_status != EXT_STATUS_OK) {
             trace("Read optrom failed -- DB");
             return 0;
