@@ -178,7 +178,7 @@ bool proc_devices_major(std::string_view text, const char *name, unsigned *major
 }  // namespace vxhmx
 
 static int vxapi_get_vpd_serialnum(int fd, int idx, char *out, std::size_t out_size) {
-    uint8_t vpd[512] = {};
+    uint8_t vpd[vxhmx::kVpdBlockSize] = {};
     uint32_t status = 0;
     if (vxapi_get_vpd(fd, idx, vpd, sizeof vpd, &status) != 0 || !vxapi_status_usable(status)) return 1;
     // A blank field counts as none: the computed number is better than nothing.

@@ -14,6 +14,7 @@
 #include "vx_core.h"
 #include "vx_hmdbg.h"
 #include "vx_hmerr.h"
+#include "vx_hmnvr.h"
 #include "vx_ioctl.h"
 #include "vx_preserve.h"
 #include "vx_public.h"
@@ -30,9 +31,9 @@ using namespace vxhmx::chipid;
 
 constexpr uint32_t kLayoutBufferSize = sizeof(vxhmx::INT_OPT_ROM_LAYOUT);  // 4088
 constexpr uint32_t kWholeImageMinimum = 0x20000;
-constexpr uint32_t kVpdBlock = 512;
+constexpr auto kVpdBlock = static_cast<uint32_t>(vxhmx::kVpdBlockSize);
 
-uint32_t block_limit(uint16_t device_id) { return vxhmx::is_fcx14x_class(device_id) ? 512 : 256; }
+uint32_t block_limit(uint16_t device_id) { return static_cast<uint32_t>(vxhmx::vxhmnvr_block_size(device_id)); }
 
 // PCI function of the port (low 3 bits of the chip record's device/function).
 bool pci_function(const Port &port, unsigned &function) {
@@ -147,7 +148,7 @@ uint32_t preserving_write(const Port &port, const uint8_t *buf, uint32_t size, u
 
     // The caller's image stays as given; the adapter's data goes into a copy.
     std::vector<uint8_t> image(buf, buf + size);
-    const auto rep = vxhmx::vxpreserve_adapter_data(current, image, vxhmx::vxpreserve_param_block_size(port.device_id));
+    const auto rep = vxhmx::vxpreserve_adapter_data(current, image, vxhmx::vxhmnvr_block_size(port.device_id));
     VXDBG_NUM(VXDBG_TRACE, "HmUpdateOptionRomCommon: parameter blocks kept=", rep.blocks_copied, 10);
 
     if (vxhmx::is_vpd_image_chip(port.device_id)) {

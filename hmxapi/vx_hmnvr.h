@@ -52,6 +52,14 @@ bool vxhmnvr_uses_extended_format(uint16_t pci_device_id);
 inline NvramFormat vxhmnvr_format_for_device(uint16_t pci_device_id) {
     return vxhmnvr_uses_extended_format(pci_device_id) ? NvramFormat::Extended : NvramFormat::Basic;
 }
+inline std::size_t vxhmnvr_block_size(NvramFormat format) {
+    return format == NvramFormat::Extended ? kNvramExtendedSize : kNvramBasicSize;
+}
+// The NVRAM block of the chip, which is also the parameter block a boot
+// code write keeps: 512 bytes on FCX14x-class chips, 256 on the older ones.
+inline std::size_t vxhmnvr_block_size(uint16_t pci_device_id) {
+    return vxhmnvr_block_size(vxhmnvr_format_for_device(pci_device_id));
+}
 
 // Table accessors. Out-of-range numbers give a not-present place, empty
 // texts and no setting bits.

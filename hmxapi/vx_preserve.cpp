@@ -94,10 +94,6 @@ std::optional<std::size_t> vxrom_find_marker(std::span<const uint8_t> buf, std::
     return std::nullopt;
 }
 
-std::size_t vxpreserve_param_block_size(uint16_t device_id) {
-    return vxhmnvr_uses_extended_format(device_id) ? 512 : 256;
-}
-
 PreserveReport vxpreserve_adapter_data(std::span<const uint8_t> current, std::span<uint8_t> image,
                                            std::size_t block_size) {
     PreserveReport rep;

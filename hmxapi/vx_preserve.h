@@ -50,9 +50,8 @@ std::optional<std::size_t> vxrom_find_marker(std::span<const uint8_t> buf, std::
 
 // ---- Preserving the adapter's data ----------------------------------------
 
-// Parameter block kept across a boot code write: 512 bytes on FCX14x-class
-// chips, 256 on the older ones.
-std::size_t vxpreserve_param_block_size(uint16_t device_id);
+// The parameter block kept across a boot code write is the chip's NVRAM
+// block (vxhmnvr_block_size).
 
 struct PreserveReport {
     bool current_is_x86 = false;        // current flash starts with an x86 image

@@ -422,7 +422,7 @@ extern "C" uint32_t HmSetTargetIDMALinkSpeed(int Device, uint16_t, const uint8_t
 namespace {
 // The image the caller passes: the whole block of the handle's format.
 std::span<uint8_t> nvram_image(uint8_t *p, vxhmx::NvramFormat format) {
-    return {p, format == vxhmx::NvramFormat::Extended ? vxhmx::kNvramExtendedSize : vxhmx::kNvramBasicSize};
+    return {p, vxhmx::vxhmnvr_block_size(format)};
 }
 }  // namespace
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "vx_preserve.h"
+#include "vx_hmnvr.h"
 
 #include <gtest/gtest.h>
 
@@ -178,8 +179,8 @@ TEST(BootCopy, OnlyFcx160AndFcx180WholeFlashOrBootRegion) {
     EXPECT_TRUE(vxpreserve_needs_boot_copy(0x1800, 0xFF));
     EXPECT_FALSE(vxpreserve_needs_boot_copy(0x1800, 0x01));
     EXPECT_FALSE(vxpreserve_needs_boot_copy(0x1410, 0x07));
-    EXPECT_EQ(vxpreserve_param_block_size(0x1410), 512u);
-    EXPECT_EQ(vxpreserve_param_block_size(0x1230), 256u);
+    EXPECT_EQ(vxhmnvr_block_size(uint16_t{0x1410}), 512u);
+    EXPECT_EQ(vxhmnvr_block_size(uint16_t{0x1230}), 256u);
 }
 
 TEST(BootCopy, ImageStoredTwice) {
