@@ -8,6 +8,7 @@
 
 #include "vx_chipdata.h"
 #include "vx_hmerr.h"
+#include "vx_wire.h"
 
 namespace vxhmx {
 namespace {
@@ -38,11 +39,6 @@ constexpr std::array kLayoutOem{row(0xFF, 0x20000, 0), row(0x03, 0x20000, 0)};
 
 static_assert(kLayoutFCX160[1].End == 0x7FFFF && kLayoutFCX160[11].End == 0x177FFF);
 static_assert(kLayoutFCX14x[3].End == 0x5FFFF);
-
-uint32_t le32(std::span<const uint8_t> b, std::size_t off) {
-    return uint32_t{b[off]} | uint32_t{b[off + 1]} << 8 | uint32_t{b[off + 2]} << 16 |
-           uint32_t{b[off + 3]} << 24;
-}
 
 }  // namespace
 
@@ -88,15 +84,19 @@ uint32_t vxlayout_fill_fixed(uint16_t device_id, uint16_t subsys_vendor, uint16_
 
 bool vxlayout_parse_reply(std::span<const uint8_t> reply, INT_OPT_ROM_LAYOUT &layout) {
     if (reply.size() < 8) return false;
+    // Every word read below lies inside the reply: the entry count is cut to
+    // the whole entries present.
+    const ByteReader rd(reply);
+    const auto le32 = [&rd](std::size_t off) { return rd.le32(off).value_or(0); };
     layout = INT_OPT_ROM_LAYOUT{};
-    layout.Size = le32(reply, 0);
-    const uint32_t claimed = le32(reply, 4);
+    layout.Size = le32(0);
+    const uint32_t claimed = le32(4);
     const std::size_t present = std::min<std::size_t>((reply.size() - 8) / sizeof(INT_OPT_ROM_REGION),
                                                       kMaxOptRomRegions);
     const std::size_t count = std::min<std::size_t>(claimed, present);
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t off = 8 + i * sizeof(INT_OPT_ROM_REGION);
-        layout.Region[i] = {le32(reply, off), le32(reply, off + 4), le32(reply, off + 8), le32(reply, off + 12)};
+        layout.Region[i] = {le32(off), le32(off + 4), le32(off + 8), le32(off + 12)};
     }
     layout.NoOfRegions = static_cast<uint32_t>(count);
     return true;

@@ -5,6 +5,7 @@
 #include "vx_chipdata.h"
 #include "vx_hmnvr.h"
 #include "vx_layout.h"
+#include "vx_wire.h"
 
 #include <algorithm>
 #include <cstring>
@@ -20,12 +21,6 @@ constexpr std::size_t kPcirFieldsEnd = 0x18;  // through the indicator byte and 
 constexpr std::size_t kSsvidTag = 28;
 constexpr std::size_t kSsvidValue = 32;
 constexpr std::size_t kMarkerToBlock = 2;
-
-// Bounds-checked little-endian reads: nullopt on a short buffer.
-std::optional<uint16_t> le16(std::span<const uint8_t> b, std::size_t off) {
-    if (off > b.size() || b.size() - off < 2) return std::nullopt;
-    return static_cast<uint16_t>(b[off] | b[off + 1] << 8);
-}
 
 bool bytes_equal(std::span<const uint8_t> b, std::size_t off, std::string_view text) {
     if (off > b.size() || b.size() - off < text.size()) return false;
@@ -49,15 +44,16 @@ bool range_inside(std::size_t begin, std::size_t len, std::size_t limit) {
 std::optional<RomImage> vxrom_image_at(std::span<const uint8_t> buf, std::size_t offset) {
     if (!range_inside(offset, 26, buf.size())) return std::nullopt;
     if (buf[offset] != 0x55 || buf[offset + 1] != 0xAA) return std::nullopt;
-    const std::size_t pcir = offset + *le16(buf, offset + 24);
+    const ByteReader rd(buf);
+    const std::size_t pcir = offset + *rd.le16(offset + 24);
     if (!range_inside(pcir, kPcirFieldsEnd, buf.size()) || !bytes_equal(buf, pcir, "PCIR"))
         return std::nullopt;
     RomImage img{};
     img.offset = offset;
     img.pcir = pcir;
-    img.device_id = *le16(buf, pcir + 0x06);
-    img.length = std::size_t{*le16(buf, pcir + 0x10)} * 512u;
-    img.revision = *le16(buf, pcir + 0x12);
+    img.device_id = *rd.le16(pcir + 0x06);
+    img.length = std::size_t{*rd.le16(pcir + 0x10)} * 512u;
+    img.revision = *rd.le16(pcir + 0x12);
     img.code_type = buf[pcir + 0x14];
     img.indicator = buf[pcir + 0x15];
     return img;
