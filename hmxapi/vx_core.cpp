@@ -32,13 +32,6 @@ namespace {
 constexpr uint32_t kMaxProbedInstances = 2048;
 constexpr const char *kEsxNode = "/dev/char/vmkdriver/vxa2xxx";
 
-void copy_text(char *dst, std::size_t dst_size, std::string_view src) {
-    if (dst_size == 0) return;
-    const std::size_t n = src.size() < dst_size - 1 ? src.size() : dst_size - 1;
-    std::memcpy(dst, src.data(), n);
-    dst[n] = '\0';
-}
-
 bool text_contains(const std::string &hay, std::string_view needle) { return hay.find(needle) != std::string::npos; }
 
 // Leading decimal number of a /proc/devices line ("254 vxa2xxx").

@@ -5,8 +5,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string_view>
+
+// Bounded copy of a text into a fixed-size field, always NUL-terminated.
+inline void copy_text(char *dst, std::size_t cap, std::string_view src) {
+    if (cap == 0) return;
+    const std::size_t n = src.size() < cap - 1 ? src.size() : cap - 1;
+    std::memcpy(dst, src.data(), n);
+    dst[n] = '\0';
+}
 
 inline constexpr int kMaxAdapters = 32;
 inline constexpr const char *kDriverName = "vxa2xxx";
@@ -19,6 +28,7 @@ inline constexpr uint32_t VXF_NEW_CFG_STORE = 0x8; // driver keeps failover conf
 inline constexpr uint32_t VXF_AEN = 0x10;          // event delivery registered
 inline constexpr uint32_t VXF_SYSFS = 0x20;        // served by the sysfs transport
 inline constexpr uint32_t VXF_DRV_FLAG4 = 0x40;    // driver-wide, record 0 only
+inline constexpr uint32_t VXF_CHUNKED_FLASH = 0x80; // sysfs: takes the "1:%x:%x" and "2:%x:%x" forms
 inline constexpr uint32_t VXF_DRV_FLAG8 = 0x100;   // driver-wide, record 0 only
 inline constexpr uint32_t VXF_NL_MGMT = 0x200;     // record 0: driver netlink socket open
 inline constexpr uint32_t VXF_NL_SCSI_FC = 0x400;  // record 0: SCSI transport socket open

@@ -13,6 +13,7 @@ inline constexpr uint32_t VXDBG_ERR = 0x02;
 inline constexpr uint32_t VXDBG_TRACE = 0x04;
 inline constexpr uint32_t VXDBG_MAIN = 0x20;
 inline constexpr uint32_t VXDBG_EVENT = 0x100;
+inline constexpr uint32_t VXDBG_SYSFS = 0x200;  // the sysfs transport
 
 inline constexpr const char *kDefaultLogPath = "/usr/lib/libvxhmx.log";
 inline constexpr std::size_t kTraceLineSize = 251;

@@ -19,6 +19,11 @@ inline constexpr uint32_t EXT_STATUS_COPY_ERR = 10;
 inline constexpr uint32_t EXT_STATUS_SCSI_STATUS = 15;  // the device status decides
 inline constexpr uint32_t EXT_STATUS_BUFFER_TOO_SMALL = 16;
 
+// Stores a completion code where the caller asked for one.
+inline void vxapi_set_status(uint32_t *status, uint32_t code) {
+    if (status != nullptr) *status = code;
+}
+
 // Completion codes that still carry usable data.
 inline bool vxapi_status_usable(uint32_t s) {
     return s == EXT_STATUS_OK || s == EXT_STATUS_DATA_OVERRUN || s == EXT_STATUS_DATA_UNDERRUN;

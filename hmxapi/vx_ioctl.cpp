@@ -80,10 +80,6 @@ bool is_sysfs(int api_idx) {
     return vxapi_valid_index(api_idx) && (api_priv_data[api_idx].features & VXF_SYSFS) != 0;
 }
 
-void set_status(uint32_t *status, uint32_t v) {
-    if (status != nullptr) *status = v;
-}
-
 }  // namespace
 
 int vxapi_send(int fd, int api_idx, const VxCall &call, uint32_t *status, uint32_t *detail, uint32_t *returned_len,
@@ -96,7 +92,7 @@ int vxapi_send(int fd, int api_idx, const VxCall &call, uint32_t *status, uint32
     }
     req.set_reserved1(call.reserved1);
     const int rc = hmx_ioctl(fd, vxapi_ioctl_number(call.command), req.header(), api_idx);
-    set_status(status, req.status());
+    vxapi_set_status(status, req.status());
     if (detail != nullptr) *detail = req.detail_status();
     if (returned_len != nullptr) *returned_len = req.response_len();
     if (reply_instance != nullptr) *reply_instance = req.instance();
@@ -277,7 +273,7 @@ uint32_t vxapi_get_flash_sector_size(int fd, int api_idx) {
 int vxapi_sector_align(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t offset, uint32_t sector,
                        vxhmx::SectorAligned *out, uint32_t *status) {
     if (out == nullptr || buf == nullptr || sector == 0 || len == 0) {
-        set_status(status, EXT_STATUS_INVALID_PARAM);
+        vxapi_set_status(status, EXT_STATUS_INVALID_PARAM);
         return 1;
     }
     // Without a layout the flash end is unknown and the driver bounds the
@@ -297,11 +293,11 @@ int vxapi_sector_align(int fd, int api_idx, const uint8_t *buf, uint32_t len, ui
     try {
         *out = vxhmx::vxlayout_sector_align(offset, std::span<const uint8_t>(buf, len), sector, flash_end, read);
     } catch (const std::bad_alloc &) {
-        set_status(status, EXT_STATUS_COPY_ERR);
+        vxapi_set_status(status, EXT_STATUS_COPY_ERR);
         return 1;
     }
     if (out->status != 0) {
-        set_status(status, read_failed ? read_status : EXT_STATUS_INVALID_PARAM);
+        vxapi_set_status(status, read_failed ? read_status : EXT_STATUS_INVALID_PARAM);
         return 1;
     }
     return 0;

@@ -64,11 +64,11 @@ static_assert(offsetof(HMX_OPT_ROM_LAYOUT, Region) == 8);
 
 namespace {
 
+// A fixed-size text field of a driver record (NUL-terminated or full) into
+// a public record's field.
 template <std::size_t N>
 void copy_field(char (&dst)[N], const char *src, std::size_t src_cap) {
-    const std::size_t n = std::min(strnlen(src, src_cap), N - 1);
-    std::memcpy(dst, src, n);
-    dst[n] = '\0';
+    copy_text(dst, N, std::string_view(src, strnlen(src, src_cap)));
 }
 
 // The outcome of a property request: whether the record may be filled, and

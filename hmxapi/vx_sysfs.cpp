@@ -39,12 +39,6 @@ extern "C" {
 
 namespace {
 
-// Trace bit of the sysfs transport.
-constexpr uint32_t kTraceSysfs = 0x200;
-
-// Bit of `features`: the driver takes the "1:%x:%x" and "2:%x:%x" forms.
-constexpr uint32_t kFeatureChunked = 0x80;
-
 // Erase unit of the chips whose flash is written raw; the sysfs attributes
 // do not report one.
 constexpr uint32_t kRawFlashSectorSize = 0x10000;
@@ -62,19 +56,8 @@ struct SpeedWord {
 };
 constexpr SpeedWord kSpeeds[] = {{"1 Gbit", 1}, {"2 Gbit", 2}, {"4 Gbit", 4}, {"8 Gbit", 8}, {"10 Gbit", 10}};
 
-void trace(const std::string &line) { VXDBG(kTraceSysfs, ("> " + line).c_str()); }
-void trace_num(const std::string &line, uint64_t n) { VXDBG_NUM(kTraceSysfs, ("> " + line).c_str(), n, 10); }
-
-void set_code(uint32_t *status, uint32_t code) {
-    if (status != nullptr) *status = code;
-}
-
-void copy_text(char *dst, std::size_t cap, std::string_view src) {
-    if (cap == 0) return;
-    const std::size_t n = std::min(src.size(), cap - 1);
-    std::memcpy(dst, src.data(), n);
-    dst[n] = '\0';
-}
+void trace(const std::string &line) { VXDBG(VXDBG_SYSFS, ("> " + line).c_str()); }
+void trace_num(const std::string &line, uint64_t n) { VXDBG_NUM(VXDBG_SYSFS, ("> " + line).c_str(), n, 10); }
 
 struct AttrCloser {
     void operator()(sysfs_attribute *a) const { sysfs_close_attribute(a); }
@@ -229,7 +212,7 @@ void fill_port(int idx, const std::string &mnt, const char *driver_path, const c
     char probe[SYSFS_PATH_MAX + 32];
     std::snprintf(probe, sizeof probe, "%s/host%d/%s", dev->path, static_cast<int>(rec.host_no), "optrom_ctl");
     if (Attr ctl = open_attr(probe)) {
-        if (sysfs_write_attribute(ctl.get(), "4", 2) != 0) rec.features |= kFeatureChunked;
+        if (sysfs_write_attribute(ctl.get(), "4", 2) != 0) rec.features |= VXF_CHUNKED_FLASH;
     }
 
     const std::string devdir = std::string(dev->path) + "/";
@@ -300,7 +283,7 @@ void vxsysfs_map_region(int, uint32_t region, uint32_t *offset, uint32_t *size) 
 // ---- property records --------------------------------------------------------------
 
 int vxsysfs_query_hbanode(int, int api_idx, EXT_HBA_NODE *node, uint32_t *status) {
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     if (!vxapi_valid_index(api_idx) || node == nullptr) return 0;
     const std::string mnt = mount_point();
     if (mnt.empty()) return 0;
@@ -346,7 +329,7 @@ int vxsysfs_query_hbanode(int, int api_idx, EXT_HBA_NODE *node, uint32_t *status
                 ++node->PortCount;
         }
     }
-    set_code(status, EXT_STATUS_OK);
+    vxapi_set_status(status, EXT_STATUS_OK);
     return 0;
 }
 
@@ -363,7 +346,7 @@ uint32_t vxsysfs_speed_gbit(std::string_view text) {
 }
 
 int vxsysfs_query_hbaport(int, int api_idx, EXT_HBA_PORT *port, uint32_t *status) {
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     if (!vxapi_valid_index(api_idx) || port == nullptr) return 0;
     const std::string mnt = mount_point();
     if (mnt.empty()) return 0;
@@ -383,12 +366,12 @@ int vxsysfs_query_hbaport(int, int api_idx, EXT_HBA_PORT *port, uint32_t *status
     port->Mode = static_cast<uint16_t>(state2);
     port->LinkState2 = static_cast<uint16_t>(state);
     port->LinkState3 = static_cast<uint16_t>(state2);
-    set_code(status, EXT_STATUS_OK);
+    vxapi_set_status(status, EXT_STATUS_OK);
     return 0;
 }
 
 int vxsysfs_query_chip(int, int api_idx, EXT_CHIP *chip, uint32_t *status) {
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     if (!vxapi_valid_index(api_idx) || chip == nullptr) return 0;
     const vxapi_priv_db_t &rec = api_priv_data[api_idx];
     std::memset(chip, 0, sizeof *chip);
@@ -413,12 +396,12 @@ int vxsysfs_query_chip(int, int api_idx, EXT_CHIP *chip, uint32_t *status) {
         if (auto bar1 = r.le32(0x14)) chip->MemAddr = *bar1 & ~0xFu;
     }
     if (vxapi_raw_flash_chip(api_idx)) chip->FlashBlockSize = kRawFlashSectorSize;
-    set_code(status, EXT_STATUS_OK);
+    vxapi_set_status(status, EXT_STATUS_OK);
     return 0;
 }
 
 int vxsysfs_query_driver(int, int api_idx, EXT_DRIVER *drv, uint32_t *status) {
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     if (!vxapi_valid_index(api_idx) || drv == nullptr) return 0;
     const std::string mnt = mount_point();
     if (mnt.empty()) return 0;
@@ -426,30 +409,30 @@ int vxsysfs_query_driver(int, int api_idx, EXT_DRIVER *drv, uint32_t *status) {
     std::memset(drv, 0, sizeof *drv);
     read_string_attr(host + "driver_version", drv->Version, sizeof drv->Version);
     drv->MaxDataSegments = read_uint_attr(host + "sg_tablesize");
-    set_code(status, EXT_STATUS_OK);
+    vxapi_set_status(status, EXT_STATUS_OK);
     return 0;
 }
 
 int vxsysfs_query_fw(int, int api_idx, EXT_FW *fw, uint32_t *status) {
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     if (!vxapi_valid_index(api_idx) || fw == nullptr) return 0;
     const std::string mnt = mount_point();
     if (mnt.empty()) return 0;
     std::memset(fw, 0, sizeof *fw);
     read_string_attr(host_dir(mnt, api_priv_data[api_idx].host_no) + "fw_version", fw->Version, sizeof fw->Version);
-    set_code(status, EXT_STATUS_OK);
+    vxapi_set_status(status, EXT_STATUS_OK);
     return 0;
 }
 
 int vxsysfs_get_driver_specifics(int, int api_idx, EXT_LN_DRIVER_DATA *data, uint32_t *status) {
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     if (!vxapi_valid_index(api_idx) || data == nullptr) return 0;
     const std::string mnt = mount_point();
     std::string text;
     if (mnt.empty() || !read_text(host_dir(mnt, api_priv_data[api_idx].host_no) + "driver_version", text)) return 0;
     std::memset(data, 0, sizeof *data);
     if (std::sscanf(text.c_str(), "%hhu.%hhu.%hhu", &data->Major, &data->Minor, &data->Patch) != 3) return 0;
-    set_code(status, EXT_STATUS_OK);
+    vxapi_set_status(status, EXT_STATUS_OK);
     return 0;
 }
 
@@ -521,7 +504,7 @@ Attr open_flash_files(const std::string &dir) {
     return open_attr(dir + "optrom");
 }
 
-bool chunked(int api_idx) { return (api_priv_data[api_idx].features & kFeatureChunked) != 0; }
+bool chunked(int api_idx) { return (api_priv_data[api_idx].features & VXF_CHUNKED_FLASH) != 0; }
 
 // Whole-flash transfer buffer of a driver without the partial forms: the
 // whole flash, grown when a region lies past it (the FCX160 table lists
@@ -547,12 +530,12 @@ bool whole_flash_buffer(int api_idx, uint32_t offset, uint32_t size, std::vector
 
 int vxsysfs_read_optrom(int, int api_idx, uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,
                         uint32_t *status) {
-    set_code(status, EXT_STATUS_DEV_NOT_FOUND);
+    vxapi_set_status(status, EXT_STATUS_DEV_NOT_FOUND);
     if (!vxapi_valid_index(api_idx)) return 0;
     if (buf != nullptr) std::memset(buf, 0, len);
     const std::string dir = port_dir(api_idx);
     if (!open_flash_files(dir)) return 0;
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     if (buf == nullptr || len == 0) return 0;
 
     uint32_t map_offset = offset, map_size = len;
@@ -591,18 +574,18 @@ int vxsysfs_read_optrom(int, int api_idx, uint8_t *buf, uint32_t len, uint32_t r
         ok = true;
     }
     if (!ctl_command(dir, "0")) trace("Failed reset");
-    if (ok) set_code(status, EXT_STATUS_OK);
+    if (ok) vxapi_set_status(status, EXT_STATUS_OK);
     return 0;
 }
 
 int vxsysfs_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,
                           uint32_t *status) {
-    set_code(status, EXT_STATUS_DEV_NOT_FOUND);
+    vxapi_set_status(status, EXT_STATUS_DEV_NOT_FOUND);
     if (!vxapi_valid_index(api_idx)) return 0;
     const std::string dir = port_dir(api_idx);
     Attr optrom = open_flash_files(dir);
     if (!optrom) return 0;
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     if ((optrom->method & SYSFS_METHOD_STORE) == 0) {
         trace("Failed not writeable");
         return 0;
@@ -626,7 +609,7 @@ int vxsysfs_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len,
         uint32_t align_status = EXT_STATUS_ERR;
         if (vxapi_sector_align(fd, api_idx, data, size, map_offset, sector, &aligned, &align_status) != 0) {
             trace("Sector aligned failed");
-            set_code(status, align_status != EXT_STATUS_OK ? align_status : EXT_STATUS_ERR);
+            vxapi_set_status(status, align_status != EXT_STATUS_OK ? align_status : EXT_STATUS_ERR);
             return 0;
         }
         if (!aligned.buffer.empty()) data = aligned.buffer.data();
@@ -665,7 +648,7 @@ int vxsysfs_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len,
         ok = true;
     }
     if (!ctl_command(dir, "0")) trace("Failed reset");
-    if (ok) set_code(status, EXT_STATUS_OK);
+    if (ok) vxapi_set_status(status, EXT_STATUS_OK);
     return 0;
 }
 
@@ -675,11 +658,11 @@ namespace {
 // Copies the whole attribute (its full length, which callers size their
 // buffers for) when it is at least `want` bytes long and fits `cap`.
 void get_block(int api_idx, const char *file, uint8_t *buf, uint32_t want, uint32_t cap, uint32_t *status) {
-    set_code(status, EXT_STATUS_DEV_NOT_FOUND);
+    vxapi_set_status(status, EXT_STATUS_DEV_NOT_FOUND);
     if (!vxapi_valid_index(api_idx)) return;
     Attr a = open_attr(port_dir(api_idx) + file);
     if (!a) return;
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     if (buf == nullptr || sysfs_read_attribute(a.get()) != 0 || a->value == nullptr) return;
     trace_num("attr->len==", a->len);
     if (a->len < want) {
@@ -689,22 +672,22 @@ void get_block(int api_idx, const char *file, uint8_t *buf, uint32_t want, uint3
     if (a->len > cap) {
         // The whole block is copied: a buffer smaller than the block is too small.
         trace_num(" overread=+", a->len - cap);
-        set_code(status, EXT_STATUS_BUFFER_TOO_SMALL);
+        vxapi_set_status(status, EXT_STATUS_BUFFER_TOO_SMALL);
         return;
     }
     std::memcpy(buf, a->value, a->len);
-    set_code(status, EXT_STATUS_OK);
+    vxapi_set_status(status, EXT_STATUS_OK);
 }
 
 // Writes an NVRAM or VPD block: as many bytes as the attribute holds, never
 // more than the caller gave. Returns the attribute's length on success.
 uint32_t set_block(int api_idx, const char *file, const uint8_t *buf, uint32_t size, uint32_t *status) {
-    set_code(status, EXT_STATUS_DEV_NOT_FOUND);
+    vxapi_set_status(status, EXT_STATUS_DEV_NOT_FOUND);
     if (!vxapi_valid_index(api_idx)) return 0;
     const std::string path = port_dir(api_idx) + file;
     Attr a = open_attr(path);
     if (!a) return 0;
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     if ((a->method & SYSFS_METHOD_STORE) == 0) {
         trace("not writeable");
         return 0;
@@ -724,7 +707,7 @@ uint32_t set_block(int api_idx, const char *file, const uint8_t *buf, uint32_t s
         trace("failed underwrite");
         return 0;
     }
-    set_code(status, EXT_STATUS_OK);
+    vxapi_set_status(status, EXT_STATUS_OK);
     return a->len;
 }
 
@@ -757,7 +740,7 @@ int vxsysfs_set_vpd(int, int api_idx, const uint8_t *buf, uint32_t len, uint32_t
 
 int vxsysfs_set_vpd_size(int api_idx, const uint8_t *buf, uint32_t *size, uint32_t *status) {
     if (size == nullptr) {
-        set_code(status, EXT_STATUS_ERR);
+        vxapi_set_status(status, EXT_STATUS_ERR);
         return 0;
     }
     const uint32_t written = set_block(api_idx, "vpd", buf, *size, status);
@@ -768,13 +751,13 @@ int vxsysfs_set_vpd_size(int api_idx, const uint8_t *buf, uint32_t *size, uint32
 // ---- layout and requests the attributes do not carry ---------------------------------------
 
 int vxsysfs_get_optrom_layout(int, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status) {
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     if (!vxapi_valid_index(api_idx) || buf == nullptr) return 0;
     const vxapi_priv_db_t &rec = api_priv_data[api_idx];
     vxhmx::INT_OPT_ROM_LAYOUT layout{};
     const uint32_t code = vxhmx::vxlayout_fill_fixed(rec.device_id, rec.ssvendor_id, rec.ssdevice_id, layout, len);
     if (code != EXT_STATUS_OK) {
-        set_code(status, EXT_STATUS_BUFFER_TOO_SMALL);
+        vxapi_set_status(status, EXT_STATUS_BUFFER_TOO_SMALL);
         return 0;
     }
     // The reply form of the layout request: little-endian words, header and
@@ -795,14 +778,14 @@ int vxsysfs_get_optrom_layout(int, int api_idx, uint8_t *buf, uint32_t len, uint
     }
     gOptRomLayout = layout;
     pGlobalOptRomLayout = &gOptRomLayout;
-    set_code(status, EXT_STATUS_OK);
+    vxapi_set_status(status, EXT_STATUS_OK);
     return 0;
 }
 
 namespace {
 // Requests the driver answers only through its node.
 int not_served(uint32_t *status) {
-    set_code(status, EXT_STATUS_ERR);
+    vxapi_set_status(status, EXT_STATUS_ERR);
     errno = ENOTSUP;
     return -1;
 }
