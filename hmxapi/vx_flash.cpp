@@ -33,36 +33,36 @@ constexpr uint32_t kLayoutBufferSize = sizeof(vxhmx::INT_OPT_ROM_LAYOUT);  // 40
 constexpr uint32_t kWholeImageMinimum = 0x20000;
 constexpr auto kVpdBlock = static_cast<uint32_t>(vxhmx::kVpdBlockSize);
 
-uint32_t block_limit(uint16_t device_id) { return static_cast<uint32_t>(vxhmx::vxhmnvr_block_size(device_id)); }
-
-// PCI function of the port (low 3 bits of the chip record's device/function).
-bool pci_function(const Port &port, unsigned &function) {
-    EXT_CHIP chip{};
-    uint32_t st = 0;
-    if (vxapi_query_chip(port.fd, port.idx, &chip, &st) != 0 || !vxapi_status_usable(st)) return false;
-    function = chip.PciDevFunc & 7u;
-    return true;
-}
-
 // ---- NVRAM and VPD blocks -------------------------------------------------------------
 
 enum class Block { Nvram, Vpd };
 
-uint32_t flash_block_region(Block b, unsigned function) {
-    const bool odd = (function & 1u) != 0;
-    return b == Block::Nvram ? (odd ? 0x17 : 0x15) : (odd ? 0x16 : 0x14);
+// Most bytes one block transfer moves: the chip's NVRAM block or the VPD block.
+uint32_t block_size(const Port &port, Block b) {
+    return b == Block::Nvram ? static_cast<uint32_t>(vxhmx::vxhmnvr_block_size(port.device_id)) : kVpdBlock;
+}
+
+// The FCX180 keeps both blocks of each PCI function in flash: NVRAM in
+// region 0x15 (even function) or 0x17 (odd), VPD in 0x14 or 0x16. False
+// when the chip query giving the function fails.
+bool flash_block_region(const Port &port, Block b, uint32_t &region) {
+    EXT_CHIP chip{};
+    uint32_t st = 0;
+    if (vxapi_query_chip(port.fd, port.idx, &chip, &st) != 0 || !vxapi_status_usable(st)) return false;
+    const bool odd = (chip.PciDevFunc & 1u) != 0;
+    region = b == Block::Nvram ? (odd ? 0x17 : 0x15) : (odd ? 0x16 : 0x14);
+    return true;
 }
 
 uint32_t read_block(const Port &port, Block b, uint8_t *buf, uint32_t cap) {
     if (buf == nullptr || cap == 0) return HMX_ERR_INVALID_PARAMETER;
-    const uint32_t size = std::min(cap, b == Block::Nvram ? block_limit(port.device_id) : kVpdBlock);
+    const uint32_t size = std::min(cap, block_size(port, b));
     uint32_t st = 0;
     int rc = 0;
     if (port.device_id == FCX180) {
-        // The FCX180 keeps both blocks of each PCI function in flash.
-        unsigned function = 0;
-        if (!pci_function(port, function)) return HMX_ERR_UNKNOWN;
-        rc = vxapi_read_optrom(port.fd, port.idx, buf, size, flash_block_region(b, function), 0, &st);
+        uint32_t region = 0;
+        if (!flash_block_region(port, b, region)) return HMX_ERR_UNKNOWN;
+        rc = vxapi_read_optrom(port.fd, port.idx, buf, size, region, 0, &st);
     } else if (port.sysfs) {
         rc = vxsysfs_get_block_capped(port.idx, b == Block::Nvram, buf, size, cap, &st);
     } else {
@@ -74,13 +74,13 @@ uint32_t read_block(const Port &port, Block b, uint8_t *buf, uint32_t cap) {
 
 uint32_t write_block(const Port &port, Block b, const uint8_t *buf, uint32_t *size_io) {
     if (buf == nullptr || size_io == nullptr || *size_io == 0) return HMX_ERR_INVALID_PARAMETER;
-    const uint32_t size = std::min(*size_io, b == Block::Nvram ? block_limit(port.device_id) : kVpdBlock);
+    const uint32_t size = std::min(*size_io, block_size(port, b));
     uint32_t st = 0;
     int rc = 0;
     if (port.device_id == FCX180) {
-        unsigned function = 0;
-        if (!pci_function(port, function)) return HMX_ERR_UNKNOWN;
-        rc = vxapi_update_optrom(port.fd, port.idx, buf, size, flash_block_region(b, function), 0, &st);
+        uint32_t region = 0;
+        if (!flash_block_region(port, b, region)) return HMX_ERR_UNKNOWN;
+        rc = vxapi_update_optrom(port.fd, port.idx, buf, size, region, 0, &st);
     } else if (port.sysfs) {
         if (b == Block::Nvram) {
             rc = vxsysfs_set_nvram(port.fd, port.idx, buf, size, &st);
