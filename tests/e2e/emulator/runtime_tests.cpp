@@ -11,6 +11,7 @@
 #include <map>
 
 #include "driver_service.h"
+#include "fake_memory.h"
 #include "sandbox.h"
 #include "sysfs_tree.h"
 #include "traffic_log.h"
@@ -18,39 +19,6 @@
 
 namespace vxemu {
 namespace {
-
-// A caller address space made of separate blocks; anything else is unmapped.
-class FakeMemory final : public RemoteMemory {
-public:
-    uint64_t map(std::vector<uint8_t> bytes) {
-        const uint64_t addr = next_;
-        next_ += 0x100000;
-        blocks_[addr] = std::move(bytes);
-        return addr;
-    }
-    std::vector<uint8_t> &at(uint64_t addr) { return blocks_.at(addr); }
-    bool read(uint64_t addr, std::span<uint8_t> out) override {
-        auto *b = find(addr, out.size());
-        if (b == nullptr) return false;
-        std::memcpy(out.data(), b, out.size());
-        return true;
-    }
-    bool write(uint64_t addr, std::span<const uint8_t> in) override {
-        auto *b = find(addr, in.size());
-        if (b == nullptr) return false;
-        std::memcpy(b, in.data(), in.size());
-        return true;
-    }
-
-private:
-    uint8_t *find(uint64_t addr, size_t n) {
-        for (auto &[base, bytes] : blocks_)
-            if (addr >= base && addr - base + n <= bytes.size()) return bytes.data() + (addr - base);
-        return nullptr;
-    }
-    std::map<uint64_t, std::vector<uint8_t>> blocks_;
-    uint64_t next_ = 0x10000;
-};
 
 Host test_host() {
     auto h = parse_host_json(R"({
