@@ -38,7 +38,11 @@ std::vector<uint8_t> NetlinkService::handle(std::span<const uint8_t> msg, unsign
     const size_t fc = nl::kNlHdr + nl::kScsiNlHdr;
     const uint32_t cmd = *r.le32(fc + nl::kCmd);
     const uint16_t host_no = *r.le16(fc + nl::kHostNo);
-    const uint16_t datalen = *r.le16(fc + nl::kDataLen);
+    // vmsg_datalen is 16 bits wide while a bulk chunk may hold 65,536 bytes:
+    // a full chunk arrives with the field wrapped to 0, and only nlmsg_len
+    // tells it from a request without data.
+    size_t datalen = *r.le16(fc + nl::kDataLen);
+    if (datalen == 0 && len == nl::kRequestHdr + nl::kMaxChunk) datalen = nl::kMaxChunk;
     e.command = cmd;
     const size_t want_len = datalen == 0 ? nl::kRequestHdr : ((datalen + nl::kRequestHdr + 3) & ~size_t{3});
     if (len != msg.size() || len != want_len) return done("nlmsg_len " + std::to_string(len) + " does not match the message");
@@ -63,7 +67,9 @@ std::vector<uint8_t> NetlinkService::handle(std::span<const uint8_t> msg, unsign
     if (adapter == nullptr) return done("netlink request for unknown host " + std::to_string(host_no));
     e.adapter = adapter->name;
     e.function = static_cast<unsigned>(fn_index);
-    const uint64_t want_magic = (static_cast<uint64_t>(fn->vendor_id) << 48) | (uint64_t{0x84DD} << 32) | nl::kFcMagicLow;
+    // The magic names the maker, not the port: an adapter sold under another
+    // vendor's PCI ID still carries the maker's ID here.
+    const uint64_t want_magic = (uint64_t{kMakerVendorId} << 48) | (uint64_t{0x84DD} << 32) | nl::kFcMagicLow;
     if (magic != want_magic) return done("bad vxa_fc_msg magic");
 
     // Reply: netlink header, then the vxa_fc_msg block (no SCSI header), then any data.

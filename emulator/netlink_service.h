@@ -30,6 +30,7 @@ inline constexpr uint16_t kMsgType = 17;
 inline constexpr uint16_t kScsiMagic = 0xA1B2;
 inline constexpr uint16_t kScsiMsgType = 0x8000;
 inline constexpr uint32_t kFcMagicLow = 0xFCAB1FC1;
+inline constexpr size_t kMaxChunk = 65536;  // bulk data bytes one message may carry
 }  // namespace nl
 
 class NetlinkService {

@@ -12,6 +12,7 @@
 
 #include "driver_service.h"
 #include "fake_memory.h"
+#include "netlink_service.h"
 #include "sandbox.h"
 #include "sysfs_tree.h"
 #include "traffic_log.h"
@@ -243,6 +244,58 @@ TEST_F(TreeFixture, StagedWriteCommitsOnlyOnThreeAndKeepsUnwrittenBytes) {
     EXPECT_EQ(flash[0x58004], 1);
     EXPECT_EQ(flash[0x58007], 4);
     EXPECT_TRUE(std::equal(before.begin() + 8, before.end(), flash.begin() + 0x58008));
+}
+
+// A request on the driver's netlink protocol as the library builds it.
+std::vector<uint8_t> nl_request(uint16_t host_no, uint32_t cmd, size_t data, uint16_t vendor = kMakerVendorId) {
+    std::vector<uint8_t> m(data == 0 ? nl::kRequestHdr : ((nl::kRequestHdr + data + 3) & ~size_t{3}), 0);
+    wire::ByteWriter w(m);
+    w.le32(0, static_cast<uint32_t>(m.size()));
+    w.le16(4, nl::kMsgType);
+    w.u8(16, 1);
+    w.le16(18, nl::kScsiMagic);
+    w.le16(20, nl::kScsiMsgType);
+    const size_t fc = nl::kNlHdr + nl::kScsiNlHdr;
+    w.le64(fc + nl::kMagic, (uint64_t{vendor} << 48) | (uint64_t{0x84DD} << 32) | nl::kFcMagicLow);
+    w.le16(fc + nl::kHostNo, host_no);
+    w.le16(fc + nl::kDataLen, static_cast<uint16_t>(data));  // 65,536 wraps to 0
+    w.le32(fc + nl::kCmd, cmd);
+    for (size_t i = 0; i < data; ++i) m[nl::kRequestHdr + i] = static_cast<uint8_t>(i * 7);
+    return m;
+}
+
+TEST(Netlink, BulkChunksUpToSixtyFourKiBAndTheMakersMagic) {
+    Host host = test_host();
+    // An OEM-branded port: its PCI vendor differs, the protocol magic does not.
+    host.adapters[2].functions[0].vendor_id = 0x1234;
+    TrafficLog log;
+    NetlinkService nls(host, log);
+    const size_t fc_error = nl::kNlHdr + nl::kError;
+    const struct {
+        size_t data;
+        uint16_t vendor;
+        uint32_t error;
+        size_t reply;
+    } cases[] = {
+        {1, kMakerVendorId, 0, nl::kNlHdr + nl::kFcMsg + 1},
+        {65536, kMakerVendorId, 0, nl::kNlHdr + nl::kFcMsg + 65536},  // a full chunk: vmsg_datalen reads 0
+        {0, kMakerVendorId, 0, nl::kNlHdr + nl::kFcMsg},
+        {8, 0x1234, 6, nl::kNlHdr + nl::kFcMsg},  // the port's vendor is not the magic's
+    };
+    for (const auto &c : cases) {
+        const auto msg = nl_request(9, 5, c.data, c.vendor);
+        const auto reply = nls.handle(msg, 1);
+        ASSERT_EQ(reply.size(), c.reply) << c.data;
+        EXPECT_EQ(*wire::ByteReader(reply).le32(fc_error), c.error) << c.data;
+        if (c.error == 0) {
+            EXPECT_TRUE(std::equal(reply.begin() + nl::kNlHdr + nl::kFcMsg, reply.end(), msg.begin() + nl::kRequestHdr))
+                << "loopback data comes back unchanged";
+        }
+    }
+    // A message cut short of the length it claims is a violation.
+    auto cut = nl_request(9, 5, 65536);
+    cut.resize(cut.size() - 4);
+    EXPECT_EQ(*wire::ByteReader(nls.handle(cut, 1)).le32(fc_error), 6u);
 }
 
 TEST(ProcDevices, DriverLineReplacesOthersInTheCharacterSection) {
