@@ -347,7 +347,11 @@ extern "C" uint32_t HmGetPortStatisticsFC(int Device, uint16_t, const uint8_t *p
     return guarded([&] { return fc_statistics(Device, pPortWWN, pStatistics, false); });
 }
 
-extern "C" uint32_t HmResetStatistics(int, uint16_t) { return HMX_ERR_NOT_SUPPORTED; }
+// The counters cannot be reset; the handle is still checked first, as in
+// every call that takes one.
+extern "C" uint32_t HmResetStatistics(int Device, uint16_t) {
+    return guarded([&] { return not_supported_after_check(Device); });
+}
 
 extern "C" uint32_t HmGetCnaPortData(int Device, uint8_t *pBuffer, uint32_t BufferSize) {
     return guarded([&] {

@@ -519,7 +519,8 @@ VXHMX_API uint32_t HmGetStatisticsFC(int Device, uint16_t HbaDevPortNum, STATIST
 VXHMX_API uint32_t HmGetPortStatisticsFC(int Device, uint16_t HbaDevPortNum, const uint8_t *pPortWWN,
                                          STATISTICS *pStatistics);
 
-/* Not supported: always HMX_ERR_NOT_SUPPORTED, whatever the handle. */
+/* Not supported: HMX_ERR_INVALID_HANDLE for a bad handle, otherwise always
+ * HMX_ERR_NOT_SUPPORTED (nothing is sent to the adapter). */
 VXHMX_API uint32_t HmResetStatistics(int Device, uint16_t HbaDevPortNum);
 
 /* Converged-adapter port data (128 bytes into pBuffer). Returns 0;

@@ -325,7 +325,7 @@ INSTANTIATE_TEST_SUITE_P(
                  "open status=0x00000000\nlayout status=0x20000065\nread status=0x20000065\n"
                  "write status=0x20000065\nnvram status=0x20000065\nvpd status=0x20000065\n"
                  "node status=0x20000065\nvar value=0x20000065\nsetvar status=0x20000065\n"
-                 "reset status=0x20000066\n"}),
+                 "reset status=0x20000065\nreset own status=0x20000066\n"}),
     [](const auto &p) { return std::string(p.param.name); });
 
 TEST(XferActivation, FirmwareIsActivatedOnBothPortsOfAnFCX180) {

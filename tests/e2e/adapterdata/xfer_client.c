@@ -213,7 +213,10 @@ int main(int argc, char **argv) {
         st = HmOpenDevice(0, &h);
         status("open", st);
         rc = bad_handle_calls();
-        if (st == 0) HmCloseDevice(h);
+        if (st == 0) {
+            status("reset own", HmResetStatistics(h, 0));
+            HmCloseDevice(h);
+        }
         return rc;
     }
     if (argc < 3) {
