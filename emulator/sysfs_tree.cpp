@@ -380,6 +380,12 @@ int SysfsTree::optrom_ctl(const SysfsNode &n, std::string_view cmd, TrafficEntry
     OptromSession &s = sessions_[std::make_pair(n.adapter, n.function)];
     const uint64_t flash = a.flash.size();
     auto start = [&](OptromSession::Mode mode, uint64_t off, uint64_t size) {
+        // Every access ends with "0" before the next one starts, under the flash
+        // lock: a start on top of an open access means a caller skipped its "0"
+        // or two callers interleave on one control file. The new access still
+        // replaces the old one, as the driver's single staging buffer would.
+        if (s.mode != OptromSession::Mode::idle)
+            e.violation = "optrom_ctl " + std::string(cmd) + " while an earlier access is still open (no closing 0)";
         if (off > flash || size > flash - off || size == 0) {
             e.violation = "optrom window past the end of the flash";
             return EINVAL;

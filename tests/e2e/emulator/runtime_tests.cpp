@@ -212,18 +212,27 @@ TEST_F(TreeFixture, ControlCommands) {
     const struct {
         const char *cmd;
         int err;
+        bool violation;
     } steps[] = {
-        {"4", EINVAL},            // chunked driver refuses the old probe
-        {"3", EINVAL},            // nothing staged
-        {"1", 0},        {"0", 0},
-        {"1:58000:4000", 0},      // hex offset and size
-        {"1:58000:", EINVAL},     {"1:xyz:10", EINVAL},
-        {"2:fffff:2", EINVAL},    // window past the end
-        {"2:fffff:1", 0},         {"3", 0}, {"0", 0},
-        {"0\n", 0},               // trailing newline ignored
-        {"7", EINVAL},
+        {"4", EINVAL, false},           // chunked driver refuses the old probe: the library's probe
+        {"3", EINVAL, true},            // nothing staged
+        {"1", 0, false},        {"0", 0, false},
+        {"1:58000:4000", 0, false},     // hex offset and size
+        {"1:58000:", EINVAL, true},     {"1:xyz:10", EINVAL, true},
+        {"0", 0, false},
+        {"2:fffff:2", EINVAL, true},    // window past the end
+        {"2:fffff:1", 0, false},        {"3", 0, false}, {"0", 0, false},
+        {"0\n", 0, false},              // trailing newline ignored
+        {"7", EINVAL, true},
+        {"1", 0, false},
+        {"2", 0, true},                 // no closing "0" after the read
+        {"0", 0, false},
     };
-    for (const auto &s : steps) EXPECT_EQ(ctl(s.cmd), s.err) << s.cmd;
+    for (const auto &s : steps) {
+        const unsigned before = log.violations();
+        EXPECT_EQ(ctl(s.cmd), s.err) << s.cmd;
+        EXPECT_EQ(log.violations() - before, s.violation ? 1u : 0u) << s.cmd;
+    }
 }
 
 TEST_F(TreeFixture, StagedWriteCommitsOnlyOnThreeAndKeepsUnwrittenBytes) {
