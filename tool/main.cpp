@@ -112,6 +112,12 @@ void CtrlHandler(int signalNumber) {
     signal(SIGHUP, SIG_DFL);
     signal(SIGTERM, SIG_DFL);
     signal(SIGPIPE, SIG_DFL);
+    // The handler runs with its own signal blocked, so the raised signal
+    // would only stay pending: unblock it to let the default action end us.
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signalNumber);
+    sigprocmask(SIG_UNBLOCK, &set, nullptr);
     raise(signalNumber);
     if (std::system("stty echo") == -1) FwTrace("stty echo failed");
     std::exit(kExitNotRoot);

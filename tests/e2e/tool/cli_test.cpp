@@ -269,6 +269,32 @@ TEST_F(PrivateHost, ConfigurationDirectorySearch) {
     EXPECT_EQ(r.err, "Error: Cannot open file /etc/flashwright.properties !\r\n");
 }
 
+TEST_F(PrivateHost, InterruptEndsTheRunByTheSignal) {
+    // The version control file is a FIFO without a writer, so the update
+    // blocks opening it until the interrupt comes.
+    put("cwd", "adapters.properties");
+    ASSERT_EQ(mkfifo((cwd() + "/flashwright.properties").c_str(), 0644), 0);
+    const std::string script =
+        "\"$1\" -f & pid=$!\n"
+        "i=0\n"
+        "while [ $i -lt 100 ] && [ \"$(cat /proc/$pid/wchan 2>/dev/null)\" != wait_for_partner ]; do\n"
+        "  sleep 0.05; i=$((i + 1))\n"
+        "done\n"
+        "kill -INT $pid\n"
+        "wait $pid\n"
+        "echo \"status $?\"\n";
+    fwtest::RunOptions opts = base_options();
+    opts.cwd = cwd();
+    opts.timeout_seconds = 30;
+    opts.env = {"FW_STAGE=" + stage_.path(), "FW_CWD=" + cwd()};
+    const auto r = fwtest::run({"/usr/bin/unshare", "--mount", "--propagation", "private", "/bin/sh", FW_E2E_LAUNCHER,
+                                "/bin/sh", "-c", script, "sh", fwtest::bin_path("flashwright")},
+                               opts);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "status 130\n");  // 128 + SIGINT: the default action, not exit(1)
+    EXPECT_EQ(r.err, "");
+}
+
 TEST_F(PrivateHost, UnreadableAgentPreferencesDoNotMatter) {
     put("cwd", "adapters.properties");
     put("cwd", "agent.properties", "node.agent.polling.interval=0\nnode.agent.quiet.mode.enable=7\ngarbage\n");
