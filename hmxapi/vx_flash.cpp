@@ -264,7 +264,10 @@ uint32_t vxflash_load_adapter_layout(int fd, int api_idx) {
     std::vector<uint8_t> reply(kLayoutBufferSize, 0);
     uint32_t st = 0;
     const int rc = vxapi_get_optrom_layout(fd, api_idx, reply.data(), kLayoutBufferSize, &st);
-    if (const uint32_t s = vxflash_status(rc, st); s != 0) return s;
+    // The driver's completion code speaks for itself; a request that never
+    // completed (a failed ioctl, no header) has none and is an unknown error.
+    if (st != EXT_STATUS_OK) return HmXlateHMXErr(st, 0);
+    if (rc != 0) return HMX_ERR_UNKNOWN;
     vxhmx::INT_OPT_ROM_LAYOUT layout{};
     if (!vxhmx::vxlayout_parse_reply(reply, layout) || vxhmx::vxlayout_entry_count(layout) == 0)
         return HMX_ERR_UNKNOWN;

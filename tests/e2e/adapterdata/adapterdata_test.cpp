@@ -172,6 +172,16 @@ TEST(XferLayoutFaults, FCX180WithoutItsOwnLayoutFailsWhileFCX160AsksAgain) {
     EXPECT_EQ(fcx160, 3);
 }
 
+TEST(XferLayoutFaults, FailedLayoutRequestIsAnUnknownErrorNotTheSystemError) {
+    // The request itself fails (no completion code): the caller learns 0x20000075, not EIO.
+    FaultHost fh("ioctl_families.json", R"({ "command": "0x10", "kind": "errno", "errno": "EIO" })");
+    Host h(fh.path());
+    const auto r = h.run(xc("layout 1") + xc("layout 2"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "probe status=0x20000075 count=0\nclose status=0x00000000\n"
+                     "probe status=0x20000075 count=0\nclose status=0x00000000\n");
+}
+
 // ---- region reads and writes ------------------------------------------------------
 
 struct RegionCase {
