@@ -75,8 +75,8 @@ void mkdirs(const std::string &path, mode_t mode = 0755) {
     }
 }
 
-void write_text(const std::string &path, const std::string &text, mode_t mode = 0644) {
-    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
+void write_text(const std::string &path, const std::string &text, mode_t mode = 0644, int extra_flags = 0) {
+    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | extra_flags, mode));
     check(fd.valid(), "open(" + path + ")");
     size_t done = 0;
     while (done < text.size()) {
@@ -85,6 +85,30 @@ void write_text(const std::string &path, const std::string &text, mode_t mode = 
         check(n > 0, "write(" + path + ")");
         done += static_cast<size_t>(n);
     }
+}
+
+// Places a file of the host description below the /etc overlay. Nothing may
+// lead out of the overlay: a symbolic link on the way (/etc/resolv.conf and
+// /etc/mtab usually are links into /run and /proc) would hand the write to the
+// real file behind it. A link at the last place is removed (a whiteout in the
+// upper layer) and a plain file takes its place; a link as a directory is an error.
+void write_etc_file(const std::string &path, const std::string &text) {
+    if (path.rfind("/etc/", 0) != 0 || path.find("/../") != std::string::npos || path.find("/./") != std::string::npos ||
+        path.back() == '/' || path.ends_with("/..") || path.ends_with("/."))
+        throw SetupError{"etc file outside /etc: " + path};
+    for (size_t slash = path.find('/', 5); slash != std::string::npos; slash = path.find('/', slash + 1)) {
+        const std::string dir = path.substr(0, slash);
+        struct stat st{};
+        if (::lstat(dir.c_str(), &st) != 0) {
+            check(errno == ENOENT && ::mkdir(dir.c_str(), 0755) == 0, "mkdir(" + dir + ")");
+        } else if (!S_ISDIR(st.st_mode)) {
+            throw SetupError{"etc file " + path + ": " + dir + " is not a directory"};
+        }
+    }
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode))
+        check(::unlink(path.c_str()) == 0, "unlink(" + path + ")");
+    write_text(path, text, 0644, O_NOFOLLOW);
 }
 
 std::string read_text(const std::string &path) {
@@ -138,12 +162,7 @@ void build(const SandboxConfig &cfg, const Host &host, int sock) {
     do_mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, "");
 
     overlay("/etc", cfg.state_dir + "/etc-upper", cfg.run_dir + "/etc-work");
-    for (const auto &[path, text] : host.etc_files) {
-        if (path.rfind("/etc/", 0) != 0 || path.find("/../") != std::string::npos)
-            throw SetupError{"etc file outside /etc: " + path};
-        mkdirs(path.substr(0, path.rfind('/')));
-        write_text(path, text);
-    }
+    for (const auto &[path, text] : host.etc_files) write_etc_file(path, text);
     overlay("/usr/lib", cfg.state_dir + "/usrlib-upper", cfg.run_dir + "/usrlib-work");
 
     build_dev(cfg, host);

@@ -43,6 +43,24 @@ JSON
 vx --host host.json -- sh -c 'cat /proc/sys/kernel/ostype /etc/redhat-release; grep -c vxa2xxx /proc/devices; grep "^  1 " /proc/devices'
 expect_eq "$(echo "$OUT" | tr "\n" "|")" "VMkernel|Red Hat Enterprise Linux release 9.2|1|  1 mem|  1 vxa2xxx|" "host description in the sandbox"
 
+# ---- a file of the host description never writes through a link out of /etc
+if [ -L /etc/mtab ]; then
+    mtab_target=$(readlink /etc/mtab)
+    cat > host-link.json <<'JSON'
+{ "etc": { "/etc/mtab": "emulated mtab\n" } }
+JSON
+    vx --host host-link.json --state st-link -- sh -c 'cat /etc/mtab; [ -L /etc/mtab ] || echo plain'
+    expect_eq "$RC" 0 "linked /etc file replaced inside the sandbox"
+    expect_eq "$(echo "$OUT" | tr "\n" " ")" "emulated mtab plain " "the sandbox sees a plain file"
+    expect_eq "$(readlink /etc/mtab)" "$mtab_target" "real /etc/mtab link untouched"
+fi
+cat > host-up.json <<'JSON'
+{ "etc": { "/etc/./x": "y" } }
+JSON
+vx --host host-up.json -- true
+expect_eq "$RC" 125 "an /etc path with a dot component is refused"
+expect_has "$ERR" "etc file outside /etc: /etc/./x" "refusal names the path"
+
 # ---- the working directory stays visible when it lies under /tmp
 tmpwork=$(mktemp -d /tmp/vxemu-e2e-XXXXXX)
 cp "$PROBE" "$tmpwork/"
