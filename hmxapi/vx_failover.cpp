@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "vx_core.h"
+#include "vx_database.h"
 #include "vx_failover.h"
 #include "vx_hmdbg.h"
 #include "vx_ioctl.h"
@@ -95,6 +96,8 @@ int vxapi_hba_support_new_cfg_store(uint32_t /*handle*/, int api_idx) {
     uint32_t status = 0;
     if (vxapi_get_driver_specifics(rec.oshandle, api_idx, &data, &status) != 0 || status != 0) return 0;
     if (!vxapi_driver_new_cfg_store({data.Major, data.Minor, data.Patch, data.Beta})) return 0;
+    // The event thread reads the features words under this lock.
+    DbLock lock;
     rec.features |= VXF_NEW_CFG_STORE;
     return 1;
 }
