@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -67,6 +68,37 @@ bool read_path(ProcessMemory &mem, uint64_t addr, std::string &out) {
     return false;
 }
 
+// Largest message a caller may send on the driver's socket: the biggest
+// request (2,096 bytes of header and a 64 KiB chunk) with room to spare.
+constexpr size_t kMaxNetlinkSend = 200000;
+constexpr uint64_t kMaxIov = 1024;  // UIO_MAXIOV
+
+// Collects the bytes of an intercepted sendmsg/sendto from the caller's memory;
+// 0 or the errno the call fails with.
+int gather_send(ProcessMemory &mem, const seccomp_notif &req, std::vector<uint8_t> &out) {
+    out.clear();
+    auto take = [&](uint64_t addr, uint64_t len) {
+        if (len > kMaxNetlinkSend - out.size()) return EMSGSIZE;
+        const size_t at = out.size();
+        out.resize(at + len);
+        return mem.read(addr, std::span<uint8_t>(out).subspan(at)) ? 0 : EFAULT;
+    };
+    if (req.data.nr == SYS_sendto) return take(req.data.args[1], req.data.args[2]);
+    std::array<uint8_t, sizeof(msghdr)> mh{};
+    if (!mem.read(req.data.args[1], mh)) return EFAULT;
+    msghdr h{};
+    std::memcpy(&h, mh.data(), sizeof h);
+    if (h.msg_iovlen > kMaxIov) return EMSGSIZE;
+    std::vector<uint8_t> iovs(h.msg_iovlen * sizeof(iovec));
+    if (!mem.read(reinterpret_cast<uintptr_t>(h.msg_iov), iovs)) return EFAULT;
+    for (size_t i = 0; i < h.msg_iovlen; ++i) {
+        iovec v{};
+        std::memcpy(&v, iovs.data() + i * sizeof v, sizeof v);
+        if (const int err = take(reinterpret_cast<uintptr_t>(v.iov_base), v.iov_len); err != 0) return err;
+    }
+    return 0;
+}
+
 }  // namespace
 
 int load_filter(const FilterOptions &opts) {
@@ -83,6 +115,17 @@ int load_filter(const FilterOptions &opts) {
                                       SCMP_A2(SCMP_CMP_EQ, static_cast<scmp_datum_t>(proto)));
         }
         if (rc == 0) rc = seccomp_rule_add(ctx, SCMP_ACT_NOTIFY, SCMP_SYS(bind), 0);
+        // Sends come to us too: the driver answers a request before sendmsg
+        // returns, and callers read the reply without waiting.
+        // The sandbox's own setup socket is left alone: it hands us the listener
+        // with sendmsg before anyone could answer the notification.
+        for (const int nr : {SCMP_SYS(sendmsg), SCMP_SYS(sendto)}) {
+            if (rc != 0) break;
+            rc = opts.setup_fd >= 0
+                     ? seccomp_rule_add(ctx, SCMP_ACT_NOTIFY, nr, 1,
+                                        SCMP_A0(SCMP_CMP_NE, static_cast<scmp_datum_t>(opts.setup_fd)))
+                     : seccomp_rule_add(ctx, SCMP_ACT_NOTIFY, nr, 0);
+        }
         if (rc == 0) rc = seccomp_rule_add(ctx, SCMP_ACT_NOTIFY, SCMP_SYS(getsockname), 0);
         if (rc == 0)
             rc = seccomp_rule_add(ctx, SCMP_ACT_NOTIFY, SCMP_SYS(setsockopt), 1, SCMP_A1(SCMP_CMP_EQ, kSolNetlink));
@@ -127,7 +170,8 @@ void SeccompSupervisor::process() {
         on_ioctl(*req_, *resp_);
     } else if (nr == SYS_socket) {
         if (on_socket(*req_, *resp_)) return;
-    } else if (nr == SYS_bind || nr == SYS_getsockname || nr == SYS_setsockopt) {
+    } else if (nr == SYS_bind || nr == SYS_getsockname || nr == SYS_setsockopt || nr == SYS_sendmsg ||
+               nr == SYS_sendto) {
         on_sock_call(*req_, *resp_);
     } else if (nr == SYS_open || nr == SYS_openat) {
         on_open(*req_, *resp_);
@@ -194,6 +238,24 @@ void SeccompSupervisor::on_sock_call(seccomp_notif &req, seccomp_notif_resp &res
         return;
     }
     ProcessMemory mem(static_cast<pid_t>(req.pid));
+    if (req.data.nr == SYS_sendmsg || req.data.nr == SYS_sendto) {
+        // Only requests on the driver's socket are answered here; the transport
+        // socket just takes what is sent, as the kernel would.
+        if (inj->protocol != kNetlinkDriverProtocol) {
+            resp.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+            return;
+        }
+        std::vector<uint8_t> msg;
+        if (const int err = gather_send(mem, req, msg); err != 0) {
+            resp.error = -err;
+            return;
+        }
+        const auto reply = netlink_.handle(msg, inj->tgid);
+        // Queued before the caller's send returns, so a non-blocking receive finds it.
+        if (!reply.empty()) (void)::send(inj->ours.get(), reply.data(), reply.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        resp.val = static_cast<int64_t>(msg.size());
+        return;
+    }
     if (req.data.nr == SYS_bind) {
         std::array<uint8_t, sizeof(sockaddr_nl)> addr{};
         if (req.data.args[2] < sizeof(sockaddr_nl) || !mem.read(req.data.args[1], addr)) {

@@ -23,6 +23,7 @@ namespace vxemu {
 struct FilterOptions {
     bool netlink = true;
     bool node_open = false;
+    int setup_fd = -1;  // descriptor whose sends are never intercepted
 };
 
 // Loads the filter into the calling process (no_new_privs is set first);

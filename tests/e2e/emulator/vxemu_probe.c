@@ -115,7 +115,7 @@ static int usage(void) {
 }
 
 static int do_netlink(int argc, char **argv) {
-    /* nl HOSTNO CMD [MODE] */
+    /* nl HOSTNO CMD [MODE [badlen|nowait]] */
     if (argc < 3) return usage();
     int s = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, 20);
     if (s < 0) { printf("socket errno=%d\n", errno); return 1; }
@@ -145,7 +145,9 @@ static int do_netlink(int argc, char **argv) {
     struct iovec iov = {msg, sizeof msg};
     struct msghdr mh = {.msg_name = &kernel, .msg_namelen = sizeof kernel, .msg_iov = &iov, .msg_iovlen = 1};
     if (sendmsg(s, &mh, 0) != (ssize_t)sizeof msg) { printf("sendmsg errno=%d\n", errno); return 1; }
-    ssize_t n = recv(s, reply, sizeof reply, 0);
+    /* "nowait": read the reply the way the library does, without waiting for it */
+    const int nowait = argc > 4 && strcmp(argv[4], "nowait") == 0;
+    ssize_t n = recv(s, reply, sizeof reply, nowait ? MSG_DONTWAIT : 0);
     if (n < 16 + 20) { printf("recv n=%zd\n", n); return 1; }
     printf("len=%zd error=%u speed=%u\n", n, get32(reply, 16 + 16), get16(reply, 16 + 20 + 18));
     close(s);
