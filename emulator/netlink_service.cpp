@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string>
+#include <utility>
 
 #include "wire.h"
 
@@ -85,20 +87,23 @@ std::vector<uint8_t> NetlinkService::handle(std::span<const uint8_t> msg, unsign
             error = 6;
             break;
         }
+        // Link speeds in Gbit/s and the driver's codes for them.
+        static constexpr std::pair<uint32_t, uint16_t> kSpeedCodes[] = {{1, 0}, {2, 1}, {4, 3}, {8, 4}, {16, 19}};
         const uint16_t mode = *r.le16(p + 16);
         if (mode == 0) {
             // Report the link speed as the driver's speed code.
             uint16_t code = 3;
-            switch (fn->speed_code) {
-            case 1: code = 0; break;
-            case 2: code = 1; break;
-            case 4: code = 3; break;
-            case 8: code = 4; break;
-            case 16: code = 19; break;
-            default: break;
-            }
+            for (const auto &[gbit, c] : kSpeedCodes)
+                if (gbit == fn->speed_code) code = c;
             w.le16(out + nl::kParams + 18, code);
+            break;
         }
+        // A set carries a speed code, never Gbit/s: the caller translates first.
+        const uint16_t code = *r.le16(p + 18);
+        const auto it = std::find_if(std::begin(kSpeedCodes), std::end(kSpeedCodes),
+                                     [code](const auto &sc) { return sc.second == code; });
+        if (it == std::end(kSpeedCodes)) return done("port speed " + std::to_string(code) + " is not a driver speed code");
+        fn->speed_code = it->first;
         break;
     }
     case 4:  // asynchronous events: none queued

@@ -307,6 +307,31 @@ TEST(Netlink, BulkChunksUpToSixtyFourKiBAndTheMakersMagic) {
     EXPECT_EQ(*wire::ByteReader(nls.handle(cut, 1)).le32(fc_error), 6u);
 }
 
+TEST(Netlink, PortSpeedIsSetAndReportedAsTheDriversCode) {
+    Host host = test_host();
+    TrafficLog log;
+    NetlinkService nls(host, log);
+    const size_t params = nl::kNlHdr + nl::kScsiNlHdr + nl::kParams;
+    auto port_param = [&](uint16_t mode, uint16_t speed) {
+        auto msg = nl_request(9, 7, 0);
+        wire::ByteWriter w(msg);
+        w.le16(params + 8, 2);  // destination by port name
+        w.le16(params + 16, mode);
+        w.le16(params + 18, speed);
+        const auto reply = nls.handle(msg, 1);
+        const wire::ByteReader r(reply);
+        return std::pair{*r.le32(nl::kNlHdr + nl::kError), *r.le16(nl::kNlHdr + nl::kParams + 18)};
+    };
+    EXPECT_EQ(port_param(0, 0), std::pair(0u, uint16_t{4})) << "8 Gbit reads as code 4";
+    EXPECT_EQ(port_param(1, 19).first, 0u);
+    EXPECT_EQ(port_param(0, 0).second, 19) << "16 Gbit set, code 19 reported";
+    EXPECT_EQ(log.violations(), 0u);
+    // Gbit/s sent where a code belongs: 8 is no driver code.
+    EXPECT_EQ(port_param(1, 8).first, 6u);
+    EXPECT_EQ(log.violations(), 1u);
+    EXPECT_EQ(port_param(0, 0).second, 19) << "a refused set changes nothing";
+}
+
 TEST(ProcDevices, DriverLineReplacesOthersInTheCharacterSection) {
     const std::string real =
         "Character devices:\n  1 mem\n  4 tty\n254 vxa2xxx_old\n\nBlock devices:\n  7 loop\n254 vxa2xxx\n";
