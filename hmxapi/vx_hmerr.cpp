@@ -138,7 +138,7 @@ std::span<const ErrorText> error_texts() { return kErrorTexts; }
 
 }  // namespace vxhmx
 
-uint32_t HmXlateHMXErr(uint32_t ext_stat, uint32_t ext_dstat) {
+extern "C" uint32_t HmXlateHMXErr(uint32_t ext_stat, uint32_t ext_dstat) {
     using namespace vxhmx;
     if (ext_stat == EXT_STATUS_SCSI_STATUS) {
         // Only the status byte counts; the driver may leave flags above it.

@@ -48,6 +48,4 @@ std::span<const ErrorText> error_texts();
 
 }  // namespace vxhmx
 
-// Driver completion code (and, for SCSI completions, the device status) to
-// a public status code.
-uint32_t HmXlateHMXErr(uint32_t ext_stat, uint32_t ext_dstat);
+// HmXlateHMXErr, the completion-code map, is public (vxhmx.h).

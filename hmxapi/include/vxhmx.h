@@ -152,6 +152,12 @@ VXHMX_API uint32_t HmCloseDevice(int DeviceHandle);
  * overwrites. Never returns null. Needs no load; not thread-safe. */
 VXHMX_API const char *HmGetErrorString(uint32_t ErrorCode);
 
+/* Public status of a driver completion code ext_stat (the Status word of a
+ * driver request); for SCSI completions (15) the low byte of ext_dstat, the
+ * SCSI status, decides. Codes the driver may add later map to
+ * HMX_ERR_NOT_SUPPORTED. Needs no load. */
+VXHMX_API uint32_t HmXlateHMXErr(uint32_t ext_stat, uint32_t ext_dstat);
+
 /* One record of the adapter feature list (88 bytes). */
 typedef struct _HMX_HBA_FEATURE {
     uint32_t Version;      /* 1 */
