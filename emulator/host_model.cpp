@@ -30,6 +30,12 @@ std::string hex4(uint32_t v) {
     return buf;
 }
 
+// The firmware an adapter runs after power-on: the image in its flash, or the
+// boot ROM's fallback when the flash holds none.
+std::string running_firmware_text(const Adapter &a) {
+    return a.versions.firmware.present ? a.versions.firmware.text() : "1.00.00";
+}
+
 Result<std::vector<uint8_t>> read_file(const fs::path &p) {
     std::ifstream in(p, std::ios::binary);
     if (!in) return Result<std::vector<uint8_t>>::fail(p.string() + ": cannot open for reading");
@@ -612,7 +618,8 @@ void Parser::adapter(const json &j, const std::string &p, size_t index, const Ho
     }
 
     derive_versions(a);
-    a.firmware_version = a.versions.firmware.present ? a.versions.firmware.text() : "1.00.00";
+    a.firmware_version = running_firmware_text(a);
+    a.firmware_version_from_flash = !j.contains("firmware_version");
     opt_string(j, "firmware_version", p, a.firmware_version, 31);
 }
 
@@ -918,6 +925,8 @@ Status load_state(Host &host, const fs::path &dir) {
         }
         if (a.blocks_in_flash()) refresh_mirrors(a, 0, a.flash.size());
         derive_versions(a);
+        // The adapter boots the firmware its flash holds now.
+        if (a.firmware_version_from_flash) a.firmware_version = running_firmware_text(a);
     }
     host.adapters = std::move(adapters);
     return {};

@@ -194,6 +194,7 @@ struct Adapter {
     AdapterVersions versions;         // derived from `flash`
     std::string driver_version;       // "driver_version" attribute text
     std::string firmware_version;     // running firmware text ("fw_version")
+    bool firmware_version_from_flash = true;  // not fixed by the host description: follows the flash at boot
 
     [[nodiscard]] NvramFormat nvram_format() const;
     [[nodiscard]] size_t nvram_size() const;  // 512 (FCX14x class) or 256

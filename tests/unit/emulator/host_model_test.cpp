@@ -239,6 +239,27 @@ TEST(HostFiles, FlashAndBlocksComeFromFilesBesideTheDescription) {
     EXPECT_FALSE(load_host_file(dir / "absent.json"));
 }
 
+TEST(State, TheNextBootRunsTheFirmwareTheFlashHolds) {
+    fwtest::TempDir dir("vxemu-state");
+    const std::string desc = R"({"adapters": [{"name": "a", "chip": "FCX160", "flash": {"firmware": "8.2.1"}},
+                                              {"name": "b", "chip": "FCX160", "firmware_version": "8.00.00-test",
+                                               "flash": {"firmware": "8.2.1"}}]})";
+    Host first = parse_ok(desc);
+    EXPECT_EQ(first.adapters[0].firmware_version, "8.02.01");
+    FirmwareSpec fs;
+    fs.family = "FCX16";
+    fs.major = 8, fs.minor = 5, fs.sub = 3;
+    for (Adapter &a : first.adapters) ASSERT_TRUE(a.write_flash(0x80000, build_firmware(fs).value()));
+    // Still running what it booted with until the next start.
+    EXPECT_EQ(first.adapters[0].firmware_version, "8.02.01");
+    ASSERT_TRUE(save_state(first, dir.path()));
+
+    Host second = parse_ok(desc);
+    ASSERT_TRUE(load_state(second, dir.path()));
+    EXPECT_EQ(second.adapters[0].firmware_version, "8.05.03");
+    EXPECT_EQ(second.adapters[1].firmware_version, "8.00.00-test") << "a version the description fixes stays";
+}
+
 TEST(State, SecondRunBootsFromWhatTheFirstWrote) {
     fwtest::TempDir dir("vxemu-state");
     const std::string desc = R"({"adapters": [{"name": "a", "chip": "FCX160", "functions": [{}, {"pci": "0000:05:00.1"}]},
