@@ -9,6 +9,8 @@
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -17,6 +19,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <string>
 
 namespace vxemu {
 
@@ -183,6 +186,26 @@ void SeccompSupervisor::process() {
 
 void SeccompSupervisor::on_ioctl(seccomp_notif &req, seccomp_notif_resp &resp) {
     ++ioctls_;
+    // The filter stops every ioctl of type 'y', whatever it is issued on; only
+    // those on the driver's node reach the driver. The rest fail the way the
+    // kernel would fail them: a closed descriptor with EBADF, any other file
+    // with ENOTTY (and that is the caller's mistake, so it is a violation).
+    const std::string fd_path =
+        "/proc/" + std::to_string(req.pid) + "/fd/" + std::to_string(static_cast<int>(req.data.args[0]));
+    struct stat st{};
+    const bool open_fd = ::stat(fd_path.c_str(), &st) == 0;
+    if (!open_fd || !S_ISCHR(st.st_mode) || st.st_rdev != makedev(host_.node.major, host_.node.minor)) {
+        TrafficEntry e;
+        e.kind = "ioctl";
+        e.pid = req.pid;
+        e.command = static_cast<unsigned>(req.data.args[1] & 0xFF);
+        const int err = open_fd ? ENOTTY : EBADF;
+        e.status = -err;
+        e.violation = open_fd ? "request on a descriptor that is not the driver's node" : "request on a closed descriptor";
+        log_.record(e);
+        resp.error = -err;
+        return;
+    }
     ProcessMemory mem(static_cast<pid_t>(req.pid));
     const int err = driver_.handle_ioctl(static_cast<unsigned long>(req.data.args[1]), req.data.args[2], mem, req.pid);
     if (err != 0) resp.error = -err;

@@ -31,6 +31,13 @@ expect_eq "$(log_lines st/traffic.jsonl violation)" 12 "every violation logged"
 expect_has "$ERR" "vxemu: 12 protocol violation(s); first: bad signature" "summary on stderr"
 expect_has "$(grep '"subcode":77' st/traffic.jsonl)" '"violation":"unknown query sub-code 77"' "violation text"
 
+# Requests reach the driver only on its node: on any other file the kernel's
+# answer (ENOTTY) comes back, and asking there is the caller's mistake.
+vx --state st3 -- sh -c 'VXPROBE_NODE=/dev/zero ./vxemu_probe count; ./vxemu_probe count'
+expect_eq "$RC" 86 "request on another file is a violation"
+expect_eq "$(echo "$OUT" | tr "\n" "|")" "rc=-1 errno=25 count=0|rc=0 status=0 detail=0 resplen=0 count=2|" "ENOTTY off the node, answered on it"
+expect_has "$(cat st3/traffic.jsonl)" '"violation":"request on a descriptor that is not the driver'"'"'s node"' "logged"
+
 # An adapter of the older generation takes only the 88-byte header.
 cat > old.json <<'JSON'
 { "adapters": [ { "name": "old", "chip": "FCX123", "transport": "ioctl_old", "flash": { "bios": "1.00", "firmware": "3.3.1" },
