@@ -113,7 +113,7 @@ TEST(HostJson, FaultsNodeAndInstancesAreRead) {
     Host h = parse_ok(R"({
       "node": {"dev": "1:3", "stale": "1:5", "open_fails": true, "open_errno": "EACCES"},
       "instances": {"count": 4, "refuse_bind": [2, 3]},
-      "etc": {"/etc/modprobe.conf": "options vxa2xxx ql2xfdmi=1\n"},
+      "etc": {"/etc/modprobe.conf": "options vxa2xxx Bind=1\n"},
       "faults": [{"adapter": "lab141", "command": "0x0A", "subcode": 7, "kind": "status", "status": 2, "times": 1},
                  {"attribute": "optrom_ctl", "operation": "write", "ctl": "3", "kind": "errno", "errno": "EIO"},
                  {"attribute": "optrom", "operation": "write", "kind": "stop_after", "bytes": 4096}]})");
@@ -123,7 +123,7 @@ TEST(HostJson, FaultsNodeAndInstancesAreRead) {
     EXPECT_EQ(h.node.open_errno, 13);
     EXPECT_EQ(h.instance_count(), 4);
     EXPECT_EQ(h.instances.refuse_bind, (std::vector<uint16_t>{2, 3}));
-    EXPECT_EQ(h.etc_files.at("/etc/modprobe.conf"), "options vxa2xxx ql2xfdmi=1\n");
+    EXPECT_EQ(h.etc_files.at("/etc/modprobe.conf"), "options vxa2xxx Bind=1\n");
     ASSERT_EQ(h.faults.size(), 3u);
     EXPECT_EQ(h.faults[0].command, 0x0A);
     EXPECT_EQ(h.faults[0].subcode, 7);
