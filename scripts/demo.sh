@@ -5,20 +5,20 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
-cmake --preset dev >/dev/null
-cmake --build --preset dev
+build=$(scripts/builddir.sh build)
+cmake --preset dev -B "$build" >/dev/null
+cmake --build "$build"
 
 # The build lays the lab's properties files and generated images into one
 # working directory; the state directory keeps what the adapters hold
 # afterwards (flash, NVRAM, VPD per adapter) and the driver traffic log.
-lab=build/examples/lab
-state=build/lab-state
+state="$build/lab-state"
 rm -rf "$state"
-cd "$lab"
+cd "$build/examples/lab"
 echo "== flashwright (default update) on the emulated lab host"
 status=0
-../../bin/vxemu run --state "../../lab-state" -- ../../bin/flashwright || status=$?
+../../bin/vxemu run --state "$state" -- ../../bin/flashwright || status=$?
 echo "== exit status $status"
 echo "== what libvxhmx sees on the same host (examples/hmxinfo.c)"
-../../bin/vxemu run --state "../../lab-state" -- ../../bin/hmxinfo
+../../bin/vxemu run --state "$state" -- ../../bin/hmxinfo
 echo "== adapter state and driver traffic log: $state"

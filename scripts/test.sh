@@ -4,6 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
-cmake --preset sanitize >/dev/null
-cmake --build --preset sanitize
-ctest --preset sanitize
+build=$(scripts/builddir.sh build-sanitize)
+cmake --preset sanitize -B "$build" >/dev/null
+cmake --build "$build"
+ctest --test-dir "$build" -j2 --output-on-failure
