@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Installs the Debian packages flashwright needs to build and test; only what is missing.
+# Installs the Debian packages flashwright needs to build and test, and any
+# packages named as arguments; only what is missing.
 set -euo pipefail
 packages=(
   cmake ninja-build g++ gcc pkg-config make
@@ -10,7 +11,11 @@ packages=(
   nlohmann-json3-dev      # vxemu host descriptions
   libgtest-dev libgmock-dev libbenchmark-dev
   util-linux              # unshare, setpriv for the tests
+  scdoc                   # manual pages
+  man-db groff-base       # rendering them in the tests
+  abigail-tools           # the library's ABI check
   strace
+  "$@"
 )
 missing=()
 for p in "${packages[@]}"; do
