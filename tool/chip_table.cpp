@@ -2,6 +2,7 @@
 #include "chip_table.h"
 
 #include <array>
+#include <cstring>
 
 namespace {
 
@@ -61,3 +62,43 @@ int ChipFcx8GbType(uint16_t deviceId) { return row_or_unknown(deviceId).fcx8GbTy
 int ChipFcx4And8GbType(uint16_t deviceId) { return row_or_unknown(deviceId).fcx4And8GbType; }
 int ChipFcx2GType(uint16_t deviceId) { return row_or_unknown(deviceId).fcx2GType; }
 int ChipFcx18yType(uint16_t deviceId) { return row_or_unknown(deviceId).fcx18yType; }
+
+namespace {
+
+constexpr uint16_t device_id_of(std::string_view name) {
+    for (const ChipClass &c : kChips)
+        if (c.name == name) return c.deviceId;
+    return 0;
+}
+
+constexpr std::array<BootPatchChip, 12> kBootPatchChips{{
+    {"FCX120", 0x15, device_id_of("FCX120"), false},
+    {"FCX122", 0x1A, device_id_of("FCX122"), false},
+    {"FCX123", 0x1D, device_id_of("FCX123"), true},
+    {"FCX123S", 0x21, device_id_of("FCX123"), true},
+    {"FCX126", 0x1F, device_id_of("FCX126"), false},
+    {"FCX127", 0x20, device_id_of("FCX127"), true},
+    {"FCX140", 0x22, device_id_of("FCX140"), true},
+    {"FCX141", 0x25, device_id_of("FCX141"), true},
+    {"FCX144", 0x29, device_id_of("FCX144"), true},
+    {"FCX145", 0x28, device_id_of("FCX145"), true},
+    {"FCX160", 0x2F, device_id_of("FCX160"), true},
+    {"FCX150", 0x31, device_id_of("FCX150"), true},
+}};
+
+}  // namespace
+
+const BootPatchChip *FindBootPatchChip(std::string_view chipType) {
+    for (const BootPatchChip &c : kBootPatchChips)
+        if (c.chipType == chipType) return &c;
+    return nullptr;
+}
+
+bool IsCommonBootHardware(const char *hardwareType) {
+    if (hardwareType == nullptr) return false;
+    // The first four characters, up to the terminator: "123" and "123S" differ.
+    std::string_view hw(hardwareType, ::strnlen(hardwareType, 4));
+    for (const BootPatchChip &c : kBootPatchChips)
+        if (c.commonBootCode && c.chipType.substr(3) == hw) return true;
+    return false;
+}

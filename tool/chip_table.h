@@ -41,3 +41,20 @@ int ChipFcx8GbType(uint16_t deviceId);
 int ChipFcx4And8GbType(uint16_t deviceId);
 int ChipFcx2GType(uint16_t deviceId);
 int ChipFcx18yType(uint16_t deviceId);
+
+// What the boot image patches write for a chip of the supported-adapter list,
+// keyed by its chip-type text ("FCX141", "FCX123S"; exact match). FCX123S is
+// the FCX123 sold under another BIOS chip code; it has no class row of its own.
+struct BootPatchChip {
+    std::string_view chipType;
+    uint8_t biosChipCode;  // byte 0x14 of a patched BIOS image
+    uint16_t deviceId;     // written at 0x2A (BIOS) and 0x22 (EFI, FCode)
+    bool commonBootCode;   // its EFI and FCode images are patched too
+};
+
+// The row of a chip-type text, or nullptr for a chip the patches do not know.
+const BootPatchChip *FindBootPatchChip(std::string_view chipType);
+// True when the EFI and FCode images of a multiboot file count as common for
+// this hardware type (the chip-type text without "FCX"); only its first four
+// characters are looked at.
+bool IsCommonBootHardware(const char *hardwareType);
