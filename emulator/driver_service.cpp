@@ -569,7 +569,9 @@ struct Window {
 std::optional<Window> flash_window(const Adapter &a, uint16_t code, uint32_t offset, uint32_t len) {
     Window w;
     w.size = len;
-    if (code == kRegionRaw) {
+    // Region 0 is the whole option ROM from its first byte: the whole-image
+    // write of the older chips reads and writes the flash through it.
+    if (code == kRegionRaw || code == kRegionWholeOptionRom) {
         w.beg = offset;
     } else {
         for (const FlashRegion &r : a.layout.regions)

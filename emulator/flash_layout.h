@@ -23,6 +23,8 @@ inline constexpr uint32_t kRegionVpd1 = 0x16;
 inline constexpr uint32_t kRegionNvram1 = 0x17;
 // Raw flash access: offset and size come with the request.
 inline constexpr uint32_t kRegionRaw = 0xFFFF;
+// The whole option ROM of a flash request, from the first flash byte.
+inline constexpr uint32_t kRegionWholeOptionRom = 0x00;
 
 // Attribute bits above the 8-bit code in a region word.
 inline constexpr uint32_t kRegionReadOnly = 0x10000;

@@ -185,8 +185,9 @@ Result<std::vector<uint8_t>> build_rom_image(const RomImageSpec &s, bool last) {
     case CodeType::bios: {
         img[3] = 0xEB;  // short jump over the header, as a real entry point would
         img[4] = 0x4B;
+        // Zero after the text, as the flash tool's patch writes the field.
         std::string hw = s.hw_type;
-        hw.resize(4, ' ');
+        hw.resize(4, '\0');
         std::memcpy(img.data() + kBiosHwType, hw.data(), 4);
         img[kBiosChipCode] = s.chip_code;
         if (s.ssvid_label) std::memcpy(img.data() + kBiosSsvidLabel, "SSVID", 5);
@@ -631,8 +632,8 @@ Result<std::vector<uint8_t>> build_boot_chain(const ChipInfo &chip, const BootCh
         r.major = v.first;
         r.minor = v.second;
         r.device_id = chip.device_id;
-        r.hw_type = std::string(chip.name.substr(3, 4));
-        r.chip_code = chip.bios_chip_code;
+        r.hw_type = s.hw_type ? *s.hw_type : std::string(chip.name.substr(3, 4));
+        r.chip_code = s.chip_code ? *s.chip_code : chip.bios_chip_code;
         r.common = s.common_bios;
         r.model = s.model;
         r.ssvid = s.ssvid;

@@ -122,7 +122,7 @@ struct RomImageSpec {
     uint16_t device_id = 0x1600;   // PCIR device ID and the patched ID field
     // x86 BIOS only:
     bool common = true;            // "MODL" marker of a common image
-    std::string hw_type = "160";   // 4 characters at 0x09, blank padded
+    std::string hw_type = "160";   // at most 4 characters at 0x09, zero padded
     uint8_t chip_code = 0x2F;
     uint16_t ssvid = kMakerVendorId;
     bool ssvid_label = true;       // "SSVID" label before the SSVID bytes
@@ -271,6 +271,9 @@ struct BootChainSpec {
     bool common_bios = true;
     std::string model = "VX2160";
     uint16_t ssvid = kMakerVendorId;
+    // Variants without a chip row of their own (FCX123S): BIOS hardware type and chip code.
+    std::optional<std::string> hw_type;
+    std::optional<uint8_t> chip_code;
 };
 [[nodiscard]] Result<std::vector<uint8_t>> build_boot_chain(const ChipInfo &chip, const BootChainSpec &spec);
 

@@ -53,7 +53,10 @@ constexpr const char *kHelp =
     "  multiboot  boot code at 0 and firmware at 0x80000 in one 1 MiB file\n"
     "             --chip CHIP       (required) chip the images are built for\n"
     "             --bios V --fcode V --efi V --firmware A.B.C   images to carry\n"
-    "             --no-common       BIOS without the \"MODL\" marker\n"
+    "             --no-common       BIOS without the \"MODL\" marker (a standard image;\n"
+    "                               with --size 0x20000 the whole flash of an older chip)\n"
+    "             --hw-type TEXT --chip-code N   BIOS hardware type and chip code of a\n"
+    "                               variant without a chip of its own (FCX123S: 123S, 0x21)\n"
     "             --model TEXT --ssvid N\n"
     "             --boot FILE       take the boot code from FILE instead\n"
     "             --firmware-file FILE   take the firmware from FILE instead\n"
@@ -340,6 +343,15 @@ int cmd_multiboot(const Args &a) {
             (std::string_view(k) == "bios" ? bc.bios : std::string_view(k) == "fcode" ? bc.fcode : bc.efi) = v;
         }
         bc.common_bios = !a.has("no-common");
+        if (a.has("hw-type")) {
+            if (a.get("hw-type").size() > 4) return usage_error("--hw-type: at most 4 characters");
+            bc.hw_type = a.get("hw-type");
+        }
+        if (a.has("chip-code")) {
+            auto v = num(a, "chip-code", 0xFF, err);
+            if (!v) return usage_error(err);
+            bc.chip_code = static_cast<uint8_t>(*v);
+        }
         bc.model = a.get("model", "VX" + std::string(chip->name.substr(3)));
         if (bc.model.size() > 18) return usage_error("--model: at most 18 characters");
         if (a.has("ssvid")) {
@@ -464,7 +476,7 @@ int vxemu_mkimage_main(int argc, char **argv) {
          {"out", "image", "chip", "device-id", "hw-type", "chip-code", "ssvid", "model", "param-seed", "bad-checksum", "size"},
          {}},
         {"firmware", cmd_firmware, {"out", "version", "family", "words"}, {"tamar", "bad-checksum"}},
-        {"multiboot", cmd_multiboot, {"out", "chip", "bios", "fcode", "efi", "firmware", "model", "ssvid", "boot", "firmware-file", "size"},
+        {"multiboot", cmd_multiboot, {"out", "chip", "bios", "fcode", "efi", "firmware", "model", "ssvid", "hw-type", "chip-code", "boot", "firmware-file", "size"},
          {"no-common"}},
         {"nvram", cmd_nvram, {"out", "format", "ssvid", "ssdid", "wwnn", "wwpn", "var"}, {}},
         {"vpd", cmd_vpd, {"out", "id", "pn", "ec", "sn", "field", "rw", "size"}, {"bad-checksum"}},

@@ -60,7 +60,7 @@ TEST(OptionRom, ChainWalksBackWithItsFields) {
     EXPECT_EQ(expect_off, b.size());
 
     // The fields the tool's BIOS patch and the library's preservation use.
-    EXPECT_EQ(std::string(b.begin() + kBiosHwType, b.begin() + kBiosHwType + 4), "160 ");
+    EXPECT_EQ(std::string(b.begin() + kBiosHwType, b.begin() + kBiosHwType + 4), std::string("160\0", 4));
     EXPECT_EQ(b[kBiosChipCode], 0x2F);
     EXPECT_EQ(std::memcmp(b.data() + 28, "SVID", 4), 0);
     EXPECT_EQ(le16(b, kBiosSsvid), 0x1E0F);

@@ -143,3 +143,68 @@ TEST(Mkimage, BadCommandLinesAreRefusedWithoutWriting) {
     EXPECT_EQ(r.status, 0);
     EXPECT_TRUE(r.out.starts_with("Usage: vxemu mkimage KIND --out FILE [OPTIONS]\n"));
 }
+
+// Every chip whose BIOS the tool patches gets a common multiboot file: a
+// BIOS with the marker, the model field and the hardware type as the tool
+// writes it (zero after the text), FCode and EFI with the chip's device ID,
+// and, where the flash carries one, firmware at 0x80000 with the family text.
+TEST(Mkimage, CommonMultibootForEveryChipFamily) {
+    fwtest::TempDir dir("fwunit");
+    for (const ChipInfo &chip : all_chips()) {
+        if (chip.bios_chip_code == 0) continue;
+        SCOPED_TRACE(std::string(chip.name));
+        const std::string out = dir / (std::string(chip.name) + ".bin");
+        std::vector<std::string> args = {"multiboot", "--out", out, "--chip", std::string(chip.name), "--bios", "2.01",
+                                         "--fcode", "3.02", "--efi", "4.03", "--model", "VX-TEST"};
+        if (chip.has_firmware) args.insert(args.end(), {"--firmware", "7.1.2"});
+        ASSERT_EQ(mkimage(args).status, 0);
+        const auto b = bytes_of(out);
+        ASSERT_EQ(b.size(), kMultibootSize);
+        const auto images = walk_option_rom(b);
+        ASSERT_EQ(images.size(), 3u);
+        EXPECT_TRUE(images[0].common && images[0].checksum_ok);
+        EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[kBiosHwType]), 4),
+                  std::string(chip.name.substr(3)) + std::string(4 - chip.name.substr(3).size(), '\0'));
+        EXPECT_EQ(b[kBiosChipCode], chip.bios_chip_code);
+        EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[kBiosModel]), 8), "VX-TEST ");
+        for (size_t i = 1; i < 3; ++i)
+            EXPECT_EQ(b[images[i].offset + kEfiFcodeDeviceId] | (b[images[i].offset + kEfiFcodeDeviceId + 1] << 8),
+                      chip.device_id);
+        if (chip.has_firmware) {
+            const auto fw = inspect_firmware(std::span<const uint8_t>(b).subspan(kMultibootFirmwareOffset));
+            ASSERT_TRUE(fw.has_value());
+            EXPECT_TRUE(fw->valid());
+            EXPECT_EQ(fw->family_text, std::string(chip.family) + "xx Firmware");
+        }
+    }
+}
+
+// The FCX123S variant has no chip row of its own: its hardware type and chip
+// code are given; the standard 128 KiB image of an older chip has no marker.
+TEST(Mkimage, VariantAndStandardBiosImages) {
+    fwtest::TempDir dir("fwunit");
+    ASSERT_EQ(mkimage({"multiboot", "--out", dir / "s.bin", "--chip", "FCX123", "--bios", "1.70", "--efi", "1.10",
+                       "--hw-type", "123S", "--chip-code", "0x21", "--firmware", "3.4.0"})
+                  .status,
+              0);
+    const auto s = bytes_of(dir / "s.bin");
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(&s[kBiosHwType]), 4), "123S");
+    EXPECT_EQ(s[kBiosChipCode], 0x21);
+    EXPECT_TRUE(walk_option_rom(s)[0].checksum_ok);
+
+    ASSERT_EQ(mkimage({"multiboot", "--out", dir / "std.bin", "--chip", "FCX120", "--bios", "1.30", "--no-common",
+                       "--size", "0x20000"})
+                  .status,
+              0);
+    const auto std120 = bytes_of(dir / "std.bin");
+    ASSERT_EQ(std120.size(), 0x20000u);
+    const auto images = walk_option_rom(std120);
+    ASSERT_EQ(images.size(), 1u);
+    EXPECT_FALSE(images[0].common);
+    EXPECT_EQ(images[0].major, 1);
+    EXPECT_EQ(images[0].minor, 30);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(&std120[kBiosHwType]), 4), std::string("120\0", 4));
+    EXPECT_NE(mkimage({"multiboot", "--out", dir / "bad.bin", "--chip", "FCX120", "--bios", "1.0", "--hw-type", "12345"})
+                  .status,
+              0);
+}
