@@ -35,5 +35,5 @@ for deb in "$out"/*.deb; do
 done
 
 echo "== lintian"
-lintian --fail-on error,warning --info "$out"/*.changes
+lintian --fail-on error,warning --display-info --pedantic "$out"/*.changes
 echo "package: lintian clean"
