@@ -11,6 +11,11 @@ scripts/setup.sh debhelper lintian dpkg-dev fakeroot
 
 out=$src/build-deb
 version=$(dpkg-parsechangelog -l debian/changelog -S Version)
+project=$(sed -n 's/^project(flashwright VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+if [ "${version%%-*}" != "$project" ]; then
+  echo "package: debian/changelog says $version, CMakeLists.txt says $project" >&2
+  exit 1
+fi
 tree=$out/src/flashwright-$version
 rm -rf "$out"
 mkdir -p "$tree"
