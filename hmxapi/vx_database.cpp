@@ -3,6 +3,7 @@
 #include "vx_database.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/ipc.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -115,12 +116,19 @@ void claim_instance(uint8_t *base) {
         errno = saved_errno;                                \
     } while (0)
 
-// A file root will map and write must be ours: a regular file owned by root.
+// A file root will map and write must be ours: a regular file owned by
+// root, and no other name of another file (a hard link would have root
+// grow and overwrite that file).
 bool shared_file_trusted(int fd) {
     struct stat st {};
     if (vxos::fstat(fd, &st) != 0) return false;
     if (!S_ISREG(st.st_mode) || st.st_uid != 0) {
         std::fprintf(stderr, "libvxhmx: ERROR - %s is not a regular file owned by root; not using it.\n", g_shared_path);
+        errno = EPERM;
+        return false;
+    }
+    if (st.st_nlink != 1) {
+        std::fprintf(stderr, "libvxhmx: ERROR - %s has more than one name; not using it.\n", g_shared_path);
         errno = EPERM;
         return false;
     }
@@ -213,6 +221,9 @@ int open_locked(int *out_fd) {
         std::fprintf(stderr, "libvxhmx: ERROR - cannot open %s: %s\n", g_shared_path, std::strerror(errno));
         return 1;
     }
+    // Every attached process holds the file shared: the instance flags alone
+    // cannot tell, since a ninth process shares instance 0 with another.
+    if (vxos::flock(fd.get(), LOCK_SH) != 0) return 1;
     uint8_t *base = map_file(fd.get());
     if (base == nullptr) return 1;
     api_shared_data = base;  // the clean-up of stale entries works on it
@@ -228,11 +239,26 @@ int open_locked(int *out_fd) {
 
 // ---- semaphores ------------------------------------------------------------------
 
+// A set root waits on must be root's: one created by another user could be
+// held at 0 and hang every caller, or be released under a writer.
+bool sem_trusted(int key, int id) {
+    uid_t uid = 0, cuid = 0;
+    if (vxos::semctl_owner(id, &uid, &cuid) != 0) return false;
+    if (uid == 0 && cuid == 0) return true;
+    std::fprintf(stderr, "libvxhmx: ERROR - semaphore %d was not created by root; not using it.\n", key);
+    errno = EPERM;
+    return false;
+}
+
 int vxapi_sem_get(int key) {
     int id = vxos::semget(key, 1, 0644);
-    if (id >= 0 || errno != ENOENT) return id;
+    if (id >= 0) return sem_trusted(key, id) ? id : -1;
+    if (errno != ENOENT) return id;
     id = vxos::semget(key, 1, IPC_CREAT | IPC_EXCL | 0644);
-    if (id < 0 && errno == EEXIST) return vxos::semget(key, 1, 0644);  // another process won the race
+    if (id < 0 && errno == EEXIST) {  // another process won the race
+        id = vxos::semget(key, 1, 0644);
+        return id >= 0 && !sem_trusted(key, id) ? -1 : id;
+    }
     if (id < 0) return -1;
     if (vxos::semctl_setval(id, 1) != 0) {
         const int saved = errno;
@@ -266,6 +292,35 @@ DbLock::~DbLock() {
 
 bool vxapi_database_ready() { return api_semid != -1 && api_shm_fildes >= 0 && api_shared_data != nullptr; }
 
+namespace {
+
+constexpr int kAttachAttempts = 1000;
+
+// Gets both semaphores and takes 829. The last process to leave removes
+// the sets while it holds 829, so a set met just before it went is gone by
+// the time this process waits on it: 1 asks the caller to start again.
+// -1 on a failure that ends the attach (errno set, message printed).
+int get_and_lock_semaphores() {
+    api_semid = vxapi_sem_get(kDatabaseSemKey);
+    if (api_semid < 0) {
+        if (errno != EPERM)
+            warn_errno("libvxhmx: WARNING - semget function not supported.\n          Each adapter instance should be opened at most one time. errno=%d.\n");
+        return -1;
+    }
+    api_flash_semid = vxapi_sem_get(kFlashSemKey);
+    if (api_flash_semid < 0) {
+        if (errno != EPERM)
+            warn_errno("libvxhmx: WARNING - semget function not supported.\nFailed creation of flash semaphore. errno=%d.\n");
+        return -1;
+    }
+    if (vxos::semop_one(api_semid, -1) == 0) return 0;
+    if (errno == EIDRM || errno == EINVAL) return 1;
+    warn_errno("libvxhmx: WARNING - semaphore wait operation failed. errno=%d.\n");
+    return -1;
+}
+
+}  // namespace
+
 int vxapi_open_database(int *fd) {
     if (fd == nullptr) return 1;
     if (vxapi_database_ready() && api_flash_semid != -1) {
@@ -273,20 +328,19 @@ int vxapi_open_database(int *fd) {
         *fd = api_shm_fildes;
         return 0;
     }
-    api_semid = vxapi_sem_get(kDatabaseSemKey);
-    if (api_semid < 0) {
-        warn_errno("libvxhmx: WARNING - semget function not supported.\n          Each adapter instance should be opened at most one time. errno=%d.\n");
+    int got = 1;
+    for (int attempt = 0; got == 1 && attempt < kAttachAttempts; ++attempt) got = get_and_lock_semaphores();
+    if (got != 0) {
+        if (got == 1) errno = EIDRM;
+        api_semid = -1;
+        api_flash_semid = -1;
         return 1;
     }
-    api_flash_semid = vxapi_sem_get(kFlashSemKey);
-    if (api_flash_semid < 0) {
-        warn_errno("libvxhmx: WARNING - semget function not supported.\nFailed creation of flash semaphore. errno=%d.\n");
-        return 1;
-    }
-    int rc;
+    const int rc = open_locked(fd);
     {
-        DbLock lock;
-        rc = open_locked(fd);
+        const int saved = errno;
+        vxapi_sem_signal(api_semid);
+        errno = saved;
     }
     if (rc != 0) {
         const int saved = errno;
@@ -305,10 +359,9 @@ int vxapi_open_database(int *fd) {
 
 int vxapi_close_database(int /*fd*/) {
     vxapi_event_stop();
-    bool others_remain = true;
     if (api_semid != -1 && api_shared_data != nullptr && api_library_instance >= 0 &&
         api_library_instance < kSharedInstances) {
-        DbLock lock;
+        vxapi_sem_wait(api_semid);
         uint8_t *base = api_shared_data;
         vxos::msync(base, kSharedFileSize);
         const std::size_t mine = libinst_flags_offset(api_library_instance);
@@ -317,16 +370,22 @@ int vxapi_close_database(int /*fd*/) {
         for (int i = 0; i < kSharedInstances; ++i)
             if (get32(base, libinst_flags_offset(i)) & kInstPresentMask) ++present;
         clear_instance_rows(base, api_library_instance);
-        others_remain = present > 0;
-    }
-    if (!others_remain) {
-        vxapi_sem_del(api_semid);
-        vxapi_sem_del(api_flash_semid);
-        api_semid = -1;
-        api_flash_semid = -1;
+        // Nobody else may hold the file either (an instance shared after the
+        // recovery of dead slots shows no flags of its own).
+        if (present > 0 || vxos::flock(api_shm_fildes, LOCK_EX | LOCK_NB) != 0) {
+            vxapi_sem_signal(api_semid);
+        } else {
+            // The last process to leave removes everything while it still
+            // holds 829: a process joining now either attached before (and
+            // was counted) or finds the sets gone and starts again, so no
+            // process is ever left with a file or a flash lock of its own.
+            // Removing 829 releases the hold.
+            vxos::unlink(g_shared_path);
+            vxapi_sem_del(api_flash_semid);
+            vxapi_sem_del(api_semid);
+        }
     }
     release_mapping();
-    if (!others_remain) vxos::unlink(g_shared_path);  // the last process to leave removes the file
     api_semid = -1;
     api_flash_semid = -1;
     api_library_instance = -1;

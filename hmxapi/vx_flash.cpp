@@ -57,43 +57,45 @@ bool flash_block_region(const Port &port, Block b, uint32_t &region) {
 uint32_t read_block(const Port &port, Block b, uint8_t *buf, uint32_t cap) {
     if (buf == nullptr || cap == 0) return HMX_ERR_INVALID_PARAMETER;
     const uint32_t size = std::min(cap, block_size(port, b));
-    uint32_t st = 0;
+    uint32_t st = 0, detail = 0;
     int rc = 0;
     if (port.device_id == FCX180) {
         uint32_t region = 0;
         if (!flash_block_region(port, b, region)) return HMX_ERR_UNKNOWN;
-        rc = vxapi_read_optrom(port.fd, port.idx, buf, size, region, 0, &st);
+        rc = vxapi_read_optrom(port.fd, port.idx, buf, size, region, 0, &st, &detail);
     } else if (port.sysfs) {
         rc = vxsysfs_get_block_capped(port.idx, b == Block::Nvram, buf, size, cap, &st);
     } else {
-        rc = b == Block::Nvram ? vxapi_get_nvram(port.fd, port.idx, buf, size, &st)
-                               : vxapi_get_vpd(port.fd, port.idx, buf, size, &st);
+        rc = b == Block::Nvram ? vxapi_get_nvram(port.fd, port.idx, buf, size, &st, &detail)
+                               : vxapi_get_vpd(port.fd, port.idx, buf, size, &st, &detail);
     }
-    return vxflash_status(rc, st);
+    return vxflash_status(rc, st, detail);
 }
 
 uint32_t write_block(const Port &port, Block b, const uint8_t *buf, uint32_t *size_io) {
     if (buf == nullptr || size_io == nullptr || *size_io == 0) return HMX_ERR_INVALID_PARAMETER;
     const uint32_t size = std::min(*size_io, block_size(port, b));
-    uint32_t st = 0;
+    uint32_t st = 0, detail = 0;
     int rc = 0;
     if (port.device_id == FCX180) {
         uint32_t region = 0;
         if (!flash_block_region(port, b, region)) return HMX_ERR_UNKNOWN;
-        rc = vxapi_update_optrom(port.fd, port.idx, buf, size, region, 0, &st);
+        rc = vxapi_update_optrom(port.fd, port.idx, buf, size, region, 0, &st, &detail);
     } else if (port.sysfs) {
+        // The attribute decides: an image larger than the block must fail
+        // there, not be cut to the block and written.
         if (b == Block::Nvram) {
-            rc = vxsysfs_set_nvram(port.fd, port.idx, buf, size, &st);
+            rc = vxsysfs_set_nvram(port.fd, port.idx, buf, *size_io, &st);
         } else {
-            uint32_t n = size;
+            uint32_t n = *size_io;
             rc = vxsysfs_set_vpd_size(port.idx, buf, &n, &st);
             if (rc == 0 && st == 0) *size_io = n;
         }
     } else {
-        rc = b == Block::Nvram ? vxapi_set_nvram(port.fd, port.idx, buf, size, &st)
-                               : vxapi_set_vpd(port.fd, port.idx, buf, size, &st);
+        rc = b == Block::Nvram ? vxapi_set_nvram(port.fd, port.idx, buf, size, &st, &detail)
+                               : vxapi_set_vpd(port.fd, port.idx, buf, size, &st, &detail);
     }
-    return vxflash_status(rc, st);
+    return vxflash_status(rc, st, detail);
 }
 
 // ---- layout ---------------------------------------------------------------------------------
@@ -119,9 +121,9 @@ uint32_t get_layout(const Port &port, HMX_OPT_ROM_LAYOUT *pLayout) {
 
 uint32_t plain_write(const Port &port, const uint8_t *buf, uint32_t size, uint32_t region) {
     if (buf == nullptr) return HMX_ERR_INVALID_PARAMETER;
-    uint32_t st = 0;
-    const int rc = vxapi_update_optrom(port.fd, port.idx, buf, size, region, 0, &st);
-    return vxflash_status(rc, st);
+    uint32_t st = 0, detail = 0;
+    const int rc = vxapi_update_optrom(port.fd, port.idx, buf, size, region, 0, &st, &detail);
+    return vxflash_status(rc, st, detail);
 }
 
 // Brings the VPD's version fields in line with the boot images just written.
@@ -129,12 +131,22 @@ uint32_t update_vpd_versions(const Port &port, std::span<const uint8_t> image) {
     uint8_t vpd[kVpdBlock] = {};
     const uint32_t st = read_block(port, Block::Vpd, vpd, sizeof vpd);
     if (st != 0) return st;
+    uint8_t previous[kVpdBlock];
+    std::memcpy(previous, vpd, sizeof vpd);
     if (!vxhmx::vxvpd_update_ok(vxhmx::vxvpd_update_versions_from_image(vpd, image))) {
         VXDBG(VXDBG_ERR, "HmUpdateOptionRomCommon: VPD version fields not updated.");
         return HMX_ERR_VPD_NOT_UPDATED;
     }
     uint32_t size = sizeof vpd;
-    return write_block(port, Block::Vpd, vpd, &size);
+    const uint32_t wst = write_block(port, Block::Vpd, vpd, &size);
+    if (wst == 0) return wst;
+    // A write that died midway leaves new version fields under the old
+    // checksum, and a block that fails its checksum is refused by every
+    // later update: put the previous block back whole.
+    size = sizeof previous;
+    if (write_block(port, Block::Vpd, previous, &size) != 0)
+        VXDBG(VXDBG_ERR, "HmUpdateOptionRomCommon: previous VPD could not be restored.");
+    return wst;
 }
 
 // The preserving path: the adapter's parameter block, subsystem vendor
@@ -142,9 +154,9 @@ uint32_t update_vpd_versions(const Port &port, std::span<const uint8_t> image) {
 uint32_t preserving_write(const Port &port, const uint8_t *buf, uint32_t size, uint32_t region) {
     if (buf == nullptr || size == 0) return HMX_ERR_INVALID_PARAMETER;
     std::vector<uint8_t> current(size);
-    uint32_t st = 0;
-    const int rc = vxapi_read_optrom(port.fd, port.idx, current.data(), size, region, 0, &st);
-    if (const uint32_t s = vxflash_status(rc, st); s != 0) return s;
+    uint32_t st = 0, detail = 0;
+    const int rc = vxapi_read_optrom(port.fd, port.idx, current.data(), size, region, 0, &st, &detail);
+    if (const uint32_t s = vxflash_status(rc, st, detail); s != 0) return s;
 
     // The caller's image stays as given; the adapter's data goes into a copy.
     std::vector<uint8_t> image(buf, buf + size);
@@ -162,8 +174,8 @@ uint32_t preserving_write(const Port &port, const uint8_t *buf, uint32_t size, u
     if (vxhmx::vxpreserve_needs_boot_copy(port.device_id, region)) image = vxhmx::vxpreserve_double_boot_image(image);
 
     const int wrc = vxapi_update_optrom(port.fd, port.idx, image.data(), static_cast<uint32_t>(image.size()), region, 0,
-                                        &st);
-    if (const uint32_t s = vxflash_status(wrc, st); s != 0) return s;
+                                        &st, &detail);
+    if (const uint32_t s = vxflash_status(wrc, st, detail); s != 0) return s;
     if (vxhmx::is_fcx14x_class(port.device_id)) return update_vpd_versions(port, image);
     return HMX_STATUS_OK;
 }
@@ -244,29 +256,29 @@ uint32_t offset_access(int Device, uint8_t *buf, uint32_t size, uint32_t offset,
     Port port;
     if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
     if (buf == nullptr || size == 0) return HMX_ERR_INVALID_PARAMETER;
-    uint32_t st = 0;
-    const int rc = write ? vxapi_update_optrom(port.fd, port.idx, buf, size, vxhmx::kRegionRawFlash, offset, &st)
-                         : vxapi_read_optrom(port.fd, port.idx, buf, size, vxhmx::kRegionRawFlash, offset, &st);
-    return vxflash_status(rc, st);
+    uint32_t st = 0, detail = 0;
+    const int rc = write ? vxapi_update_optrom(port.fd, port.idx, buf, size, vxhmx::kRegionRawFlash, offset, &st, &detail)
+                         : vxapi_read_optrom(port.fd, port.idx, buf, size, vxhmx::kRegionRawFlash, offset, &st, &detail);
+    return vxflash_status(rc, st, detail);
 }
 
 }  // namespace
 
 // ---- shared helpers -----------------------------------------------------------------------
 
-uint32_t vxflash_status(int rc, uint32_t ext_stat) {
+uint32_t vxflash_status(int rc, uint32_t ext_stat, uint32_t detail) {
     if (rc < 0) return errno != 0 ? static_cast<uint32_t>(errno) : HMX_ERR_UNKNOWN;
     if (rc != 0) return HMX_ERR_UNKNOWN;
-    return HmXlateHMXErr(ext_stat, 0);
+    return HmXlateHMXErr(ext_stat, detail);
 }
 
 uint32_t vxflash_load_adapter_layout(int fd, int api_idx) {
     std::vector<uint8_t> reply(kLayoutBufferSize, 0);
-    uint32_t st = 0;
-    const int rc = vxapi_get_optrom_layout(fd, api_idx, reply.data(), kLayoutBufferSize, &st);
+    uint32_t st = 0, detail = 0;
+    const int rc = vxapi_get_optrom_layout(fd, api_idx, reply.data(), kLayoutBufferSize, &st, &detail);
     // The driver's completion code speaks for itself; a request that never
     // completed (a failed ioctl, no header) has none and is an unknown error.
-    if (st != EXT_STATUS_OK) return HmXlateHMXErr(st, 0);
+    if (st != EXT_STATUS_OK) return HmXlateHMXErr(st, detail);
     if (rc != 0) return HMX_ERR_UNKNOWN;
     vxhmx::INT_OPT_ROM_LAYOUT layout{};
     if (!vxhmx::vxlayout_parse_reply(reply, layout) || vxhmx::vxlayout_entry_count(layout) == 0)
@@ -300,9 +312,9 @@ extern "C" uint32_t HmGetOptionRomEx(int Device, uint16_t, uint8_t *pBuffer, uin
         Port port;
         if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
         if (pBuffer == nullptr || BufferSize == 0) return HMX_ERR_INVALID_PARAMETER;
-        uint32_t st = 0;
-        const int rc = vxapi_read_optrom(port.fd, port.idx, pBuffer, BufferSize, Region, 0, &st);
-        return vxflash_status(rc, st);
+        uint32_t st = 0, detail = 0;
+        const int rc = vxapi_read_optrom(port.fd, port.idx, pBuffer, BufferSize, Region, 0, &st, &detail);
+        return vxflash_status(rc, st, detail);
     });
 }
 

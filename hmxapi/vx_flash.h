@@ -17,5 +17,6 @@ extern vxhmx::INT_OPT_ROM_LAYOUT *pGlobalOptRomLayout;
 uint32_t vxflash_load_adapter_layout(int fd, int api_idx);
 
 // Public status of a transport result: a negative return gives errno, any
-// other non-zero return 0x20000075, else the completion code converted.
-uint32_t vxflash_status(int rc, uint32_t ext_stat);
+// other non-zero return 0x20000075, else the completion code converted
+// with its detail (the SCSI status of code 15).
+uint32_t vxflash_status(int rc, uint32_t ext_stat, uint32_t detail);

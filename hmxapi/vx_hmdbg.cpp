@@ -3,6 +3,7 @@
 #include "vx_hmdbg.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -128,8 +129,15 @@ FILE *vxdbg_get_fptr() {
     if (g_log_path[0] == '\0') std::snprintf(g_log_path, sizeof g_log_path, "%s", kDefaultLogPath);
     // Root must never append through a planted link. The OS wrappers trace
     // their failures, so the trace itself opens its file directly.
-    const int fd = ::open(g_log_path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
+    // Nor wait for a reader of a FIFO planted there: the open does not block,
+    // and anything but a regular file is skipped.
+    const int fd = ::open(g_log_path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
     if (fd < 0) return nullptr;
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        ::close(fd);
+        return nullptr;
+    }
     g_log = ::fdopen(fd, "a");
     if (g_log == nullptr) ::close(fd);
     return g_log;

@@ -101,12 +101,30 @@ int vxapi_send(int fd, int api_idx, const VxCall &call, uint32_t *status, uint32
     return rc;
 }
 
-int vxapi_query_hbanode(int fd, int api_idx, EXT_HBA_NODE *node, uint32_t *status) {
+namespace {
+
+// A data read that must come back whole: a reply that carries fewer bytes
+// than asked leaves part of the buffer as it was, and nothing may be taken
+// from it (least of all written back to the adapter), so it is a data
+// underrun (completion code 8) whatever status the driver gave.
+int send_whole_read(int fd, int api_idx, const VxCall &call, uint32_t *status, uint32_t *detail) {
+    uint32_t returned = 0;
+    const int rc = vxapi_send(fd, api_idx, call, status, detail, &returned);
+    if (rc == 0 && status != nullptr && *status == EXT_STATUS_OK && returned < call.response_len) {
+        VXDBG_NUM(VXDBG_ERR, (std::string(call.name) + ": short reply, bytes=").c_str(), returned, 10);
+        *status = EXT_STATUS_DATA_UNDERRUN;
+    }
+    return rc;
+}
+
+}  // namespace
+
+int vxapi_query_hbanode(int fd, int api_idx, EXT_HBA_NODE *node, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_query_hbanode(fd, api_idx, node, status);
     const int rc = vxapi_send(fd, api_idx,
                               {"vxapi_query_hbanode", EXT_CC_QUERY, EXT_SC_QUERY_HBA_NODE, 0, nullptr, 0, node,
                                sizeof *node},
-                              status);
+                              status, detail);
     if (rc == 0 && node != nullptr) {
         // Drivers for virtualised hosts report every port of the adapter;
         // the management view is one port per instance there.
@@ -116,38 +134,38 @@ int vxapi_query_hbanode(int fd, int api_idx, EXT_HBA_NODE *node, uint32_t *statu
     return rc;
 }
 
-int vxapi_query_hbaport(int fd, int api_idx, EXT_HBA_PORT *port, uint32_t *status) {
+int vxapi_query_hbaport(int fd, int api_idx, EXT_HBA_PORT *port, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_query_hbaport(fd, api_idx, port, status);
     return vxapi_send(fd, api_idx,
                       {"vxapi_query_hbaport", EXT_CC_QUERY, EXT_SC_QUERY_HBA_PORT, 0, nullptr, 0, port, sizeof *port},
-                      status);
+                      status, detail);
 }
 
-int vxapi_query_discport(int fd, int api_idx, uint16_t port_index, EXT_DISC_PORT *port, uint32_t *status) {
+int vxapi_query_discport(int fd, int api_idx, uint16_t port_index, EXT_DISC_PORT *port, uint32_t *status, uint32_t *detail) {
     return vxapi_send(fd, api_idx,
                       {"vxapi_query_discport", EXT_CC_QUERY, EXT_SC_QUERY_DISC_PORT, port_index, nullptr, 0, port,
                        sizeof *port},
-                      status);
+                      status, detail);
 }
 
-int vxapi_query_disctgt(int fd, int api_idx, uint16_t target_index, EXT_DISC_PORT *target, uint32_t *status) {
+int vxapi_query_disctgt(int fd, int api_idx, uint16_t target_index, EXT_DISC_PORT *target, uint32_t *status, uint32_t *detail) {
     return vxapi_send(fd, api_idx,
                       {"vxapi_query_disctgt", EXT_CC_QUERY, EXT_SC_QUERY_DISC_TGT, target_index, nullptr, 0, target,
                        sizeof *target},
-                      status);
+                      status, detail);
 }
 
-int vxapi_query_chip(int fd, int api_idx, EXT_CHIP *chip, uint32_t *status) {
+int vxapi_query_chip(int fd, int api_idx, EXT_CHIP *chip, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_query_chip(fd, api_idx, chip, status);
     return vxapi_send(fd, api_idx,
                       {"vxapi_query_chip", EXT_CC_QUERY, EXT_SC_QUERY_CHIP, 0, nullptr, 0, chip, sizeof *chip},
-                      status);
+                      status, detail);
 }
 
-int vxapi_query_cnaport(int fd, int api_idx, uint8_t *buf128, uint32_t *status) {
+int vxapi_query_cnaport(int fd, int api_idx, uint8_t *buf128, uint32_t *status, uint32_t *detail) {
     return vxapi_send(fd, api_idx,
                       {"vxapi_query_cnaport", EXT_CC_QUERY, EXT_SC_QUERY_CNA_PORT, 0, nullptr, 0, buf128, 128},
-                      status);
+                      status, detail);
 }
 
 int vxapi_query_adapter_versions(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status) {
@@ -170,55 +188,55 @@ int vxapi_async_event_get(int fd, int api_idx, EXT_ASYNC_EVENT *events, uint32_t
                       nullptr, returned_len);
 }
 
-int vxapi_query_driver(int fd, int api_idx, EXT_DRIVER *drv, uint32_t *status) {
+int vxapi_query_driver(int fd, int api_idx, EXT_DRIVER *drv, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_query_driver(fd, api_idx, drv, status);
     return vxapi_send(fd, api_idx,
                       {"vxapi_query_driver", EXT_CC_GET_DATA, EXT_SC_GET_DRIVER, 0, nullptr, 0, drv, sizeof *drv},
-                      status);
+                      status, detail);
 }
 
-int vxapi_query_fw(int fd, int api_idx, EXT_FW *fw, uint32_t *status) {
+int vxapi_query_fw(int fd, int api_idx, EXT_FW *fw, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_query_fw(fd, api_idx, fw, status);
     return vxapi_send(fd, api_idx, {"vxapi_query_fw", EXT_CC_GET_DATA, EXT_SC_GET_FW, 0, nullptr, 0, fw, sizeof *fw},
-                      status);
+                      status, detail);
 }
 
-int vxapi_get_statistics(int fd, int api_idx, EXT_STATISTICS *stats, uint32_t *status) {
+int vxapi_get_statistics(int fd, int api_idx, EXT_STATISTICS *stats, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_get_statistics(fd, api_idx, stats, status);
     return vxapi_send(fd, api_idx,
                       {"vxapi_get_statistics", EXT_CC_GET_DATA, EXT_SC_GET_STATISTICS, 0, nullptr, 0, stats,
                        sizeof *stats},
-                      status);
+                      status, detail);
 }
 
 int vxapi_get_port_statistics(int fd, int api_idx, const EXT_DEST_ADDR *dest, EXT_STATISTICS *stats,
-                              uint32_t *status) {
+                              uint32_t *status, uint32_t *detail) {
     return vxapi_send(fd, api_idx,
                       {"vxapi_get_port_statistics", EXT_CC_GET_DATA, EXT_SC_GET_PORT_STATISTICS, 0, dest,
                        sizeof *dest, stats, sizeof *stats},
-                      status);
+                      status, detail);
 }
 
 int vxapi_get_fc4_statistics(int fd, int api_idx, const EXT_DEST_ADDR *dest, EXT_STATISTICS *stats,
-                             uint32_t *status) {
+                             uint32_t *status, uint32_t *detail) {
     return vxapi_send(fd, api_idx,
                       {"vxapi_get_fc4_statistics", EXT_CC_GET_DATA, EXT_SC_GET_FC4_STATISTICS, 0, dest, sizeof *dest,
                        stats, sizeof *stats},
-                      status);
+                      status, detail);
 }
 
-int vxapi_get_beacon(int fd, int api_idx, EXT_BEACON_CONTROL *beacon, uint32_t *status) {
+int vxapi_get_beacon(int fd, int api_idx, EXT_BEACON_CONTROL *beacon, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_get_beacon(fd, api_idx, beacon, status);
     return vxapi_send(fd, api_idx,
                       {"vxapi_get_beacon", EXT_CC_GET_DATA, EXT_SC_GET_BEACON, 0, nullptr, 0, beacon, sizeof *beacon},
-                      status);
+                      status, detail);
 }
 
-int vxapi_set_beacon(int fd, int api_idx, const EXT_BEACON_CONTROL *beacon, uint32_t *status) {
+int vxapi_set_beacon(int fd, int api_idx, const EXT_BEACON_CONTROL *beacon, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_set_beacon(fd, api_idx, beacon, status);
     return vxapi_send(fd, api_idx,
                       {"vxapi_set_beacon", EXT_CC_SET_DATA, EXT_SC_SET_BEACON, 0, beacon, sizeof *beacon, nullptr, 0},
-                      status);
+                      status, detail);
 }
 
 bool vxapi_raw_flash_chip(int api_idx) {
@@ -249,7 +267,7 @@ bool map_raw_window(int api_idx, uint32_t region, uint32_t &offset, uint32_t &le
 }  // namespace
 
 int vxapi_read_optrom(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,
-                      uint32_t *status) {
+                      uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_read_optrom(fd, api_idx, buf, len, region, offset, status);
     uint16_t subcode = static_cast<uint16_t>(region);
     if (vxapi_raw_flash_chip(api_idx)) {
@@ -258,9 +276,9 @@ int vxapi_read_optrom(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t 
             return 1;
         subcode = EXT_SC_RAW_FLASH;
     }
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_read_optrom", EXT_CC_READ_OPTION_ROM, subcode, 0, nullptr, len, buf, len, offset},
-                      status);
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_read_optrom", EXT_CC_READ_OPTION_ROM, subcode, 0, nullptr, len, buf, len, offset},
+                           status, detail);
 }
 
 uint32_t vxapi_get_flash_sector_size(int fd, int api_idx) {
@@ -286,7 +304,8 @@ int vxapi_sector_align(int fd, int api_idx, const uint8_t *buf, uint32_t len, ui
     const auto read = [&](uint32_t at, std::span<uint8_t> into) -> uint32_t {
         const int rc = vxapi_read_optrom(fd, api_idx, into.data(), static_cast<uint32_t>(into.size()),
                                          EXT_SC_RAW_FLASH, at, &read_status);
-        if (rc == 0 && vxapi_status_usable(read_status)) return 0;
+        // The surrounding bytes go back to the flash: a short read is a failure.
+        if (rc == 0 && read_status == EXT_STATUS_OK) return 0;
         read_failed = true;
         return read_status != 0 ? read_status : 1;
     };
@@ -304,7 +323,7 @@ int vxapi_sector_align(int fd, int api_idx, const uint8_t *buf, uint32_t len, ui
 }
 
 int vxapi_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,
-                        uint32_t *status) {
+                        uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_update_optrom(fd, api_idx, buf, len, region, offset, status);
     uint16_t subcode = static_cast<uint16_t>(region);
     vxhmx::SectorAligned aligned;
@@ -324,33 +343,33 @@ int vxapi_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len, u
     }
     return vxapi_send(fd, api_idx,
                       {"vxapi_update_optrom", EXT_CC_UPDATE_OPTION_ROM, subcode, 0, buf, len, nullptr, 0, offset},
-                      status);
+                      status, detail);
 }
 
-int vxapi_get_nvram(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status) {
+int vxapi_get_nvram(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_get_nvram(fd, api_idx, buf, len, status);
-    return vxapi_send(fd, api_idx, {"vxapi_get_nvram", EXT_CC_GET_NVRAM, 0, 0, nullptr, 0, buf, len}, status);
+    return send_whole_read(fd, api_idx, {"vxapi_get_nvram", EXT_CC_GET_NVRAM, 0, 0, nullptr, 0, buf, len}, status, detail);
 }
 
-int vxapi_set_nvram(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status) {
+int vxapi_set_nvram(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_set_nvram(fd, api_idx, buf, len, status);
-    return vxapi_send(fd, api_idx, {"vxapi_set_nvram", EXT_CC_SET_NVRAM, 0, 0, buf, len, nullptr, 0}, status);
+    return vxapi_send(fd, api_idx, {"vxapi_set_nvram", EXT_CC_SET_NVRAM, 0, 0, buf, len, nullptr, 0}, status, detail);
 }
 
-int vxapi_get_vpd(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status) {
+int vxapi_get_vpd(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_get_vpd(fd, api_idx, buf, len, status);
-    return vxapi_send(fd, api_idx, {"vxapi_get_vpd", EXT_CC_GET_VPD, 0, 0, nullptr, 0, buf, len}, status);
+    return send_whole_read(fd, api_idx, {"vxapi_get_vpd", EXT_CC_GET_VPD, 0, 0, nullptr, 0, buf, len}, status, detail);
 }
 
-int vxapi_set_vpd(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status) {
+int vxapi_set_vpd(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_set_vpd(fd, api_idx, buf, len, status);
-    return vxapi_send(fd, api_idx, {"vxapi_set_vpd", EXT_CC_SET_VPD, 0, 0, buf, len, nullptr, 0}, status);
+    return vxapi_send(fd, api_idx, {"vxapi_set_vpd", EXT_CC_SET_VPD, 0, 0, buf, len, nullptr, 0}, status, detail);
 }
 
-int vxapi_get_optrom_layout(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status) {
+int vxapi_get_optrom_layout(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_get_optrom_layout(fd, api_idx, buf, len, status);
     return vxapi_send(fd, api_idx,
-                      {"vxapi_get_optrom_layout", EXT_CC_GET_OPTION_ROM_LAYOUT, 0, 0, nullptr, 0, buf, len}, status);
+                      {"vxapi_get_optrom_layout", EXT_CC_GET_OPTION_ROM_LAYOUT, 0, 0, nullptr, 0, buf, len}, status, detail);
 }
 
 int vxapi_activate_region(int fd, int api_idx, uint16_t region, uint32_t *status) {

@@ -193,7 +193,9 @@ int hmx_ioctl(int fd, uint32_t number, void *header, int api_idx);
 
 // ---- Request wrappers -----------------------------------------------------
 // Each returns the ioctl result (0, or -1 with errno set), or 1 when no
-// header could be built; the reply's Status goes to *status. Adapters served
+// header could be built; the reply's Status goes to *status and, where
+// asked, its DetailStatus to *detail. A flash, NVRAM or VPD read whose reply
+// carries fewer bytes than asked completes with 8 (data underrun). Adapters served
 // by sysfs are handed to the sysfs routine of the same name.
 // One request of any command; the common path of every wrapper.
 struct VxCall {
@@ -210,34 +212,34 @@ struct VxCall {
 int vxapi_send(int fd, int api_idx, const VxCall &call, uint32_t *status, uint32_t *detail = nullptr,
                uint32_t *returned_len = nullptr, uint16_t *reply_instance = nullptr, uint16_t *reply_hba_select = nullptr);
 
-int vxapi_query_hbanode(int fd, int api_idx, EXT_HBA_NODE *node, uint32_t *status);
-int vxapi_query_hbaport(int fd, int api_idx, EXT_HBA_PORT *port, uint32_t *status);
-int vxapi_query_discport(int fd, int api_idx, uint16_t port_index, EXT_DISC_PORT *port, uint32_t *status);
-int vxapi_query_disctgt(int fd, int api_idx, uint16_t target_index, EXT_DISC_PORT *target, uint32_t *status);
-int vxapi_query_chip(int fd, int api_idx, EXT_CHIP *chip, uint32_t *status);
-int vxapi_query_cnaport(int fd, int api_idx, uint8_t *buf128, uint32_t *status);
+int vxapi_query_hbanode(int fd, int api_idx, EXT_HBA_NODE *node, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_query_hbaport(int fd, int api_idx, EXT_HBA_PORT *port, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_query_discport(int fd, int api_idx, uint16_t port_index, EXT_DISC_PORT *port, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_query_disctgt(int fd, int api_idx, uint16_t target_index, EXT_DISC_PORT *target, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_query_chip(int fd, int api_idx, EXT_CHIP *chip, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_query_cnaport(int fd, int api_idx, uint8_t *buf128, uint32_t *status, uint32_t *detail = nullptr);
 int vxapi_query_adapter_versions(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status);
 int vxapi_async_event_reg(int fd, int api_idx, const EXT_REG_AEN *reg, uint32_t *status);
 int vxapi_async_event_get(int fd, int api_idx, EXT_ASYNC_EVENT *events, uint32_t len, uint32_t *status,
                           uint32_t *returned_len);
-int vxapi_query_driver(int fd, int api_idx, EXT_DRIVER *drv, uint32_t *status);
-int vxapi_query_fw(int fd, int api_idx, EXT_FW *fw, uint32_t *status);
-int vxapi_get_statistics(int fd, int api_idx, EXT_STATISTICS *stats, uint32_t *status);
+int vxapi_query_driver(int fd, int api_idx, EXT_DRIVER *drv, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_query_fw(int fd, int api_idx, EXT_FW *fw, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_get_statistics(int fd, int api_idx, EXT_STATISTICS *stats, uint32_t *status, uint32_t *detail = nullptr);
 int vxapi_get_port_statistics(int fd, int api_idx, const EXT_DEST_ADDR *dest, EXT_STATISTICS *stats,
-                              uint32_t *status);
+                              uint32_t *status, uint32_t *detail = nullptr);
 int vxapi_get_fc4_statistics(int fd, int api_idx, const EXT_DEST_ADDR *dest, EXT_STATISTICS *stats,
-                             uint32_t *status);
-int vxapi_get_beacon(int fd, int api_idx, EXT_BEACON_CONTROL *beacon, uint32_t *status);
-int vxapi_set_beacon(int fd, int api_idx, const EXT_BEACON_CONTROL *beacon, uint32_t *status);
+                             uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_get_beacon(int fd, int api_idx, EXT_BEACON_CONTROL *beacon, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_set_beacon(int fd, int api_idx, const EXT_BEACON_CONTROL *beacon, uint32_t *status, uint32_t *detail = nullptr);
 int vxapi_read_optrom(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,
-                      uint32_t *status);
+                      uint32_t *status, uint32_t *detail = nullptr);
 int vxapi_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t region, uint32_t offset,
-                        uint32_t *status);
-int vxapi_get_nvram(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status);
-int vxapi_set_nvram(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status);
-int vxapi_get_vpd(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status);
-int vxapi_set_vpd(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status);
-int vxapi_get_optrom_layout(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status);
+                        uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_get_nvram(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_set_nvram(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_get_vpd(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_set_vpd(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail = nullptr);
+int vxapi_get_optrom_layout(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail = nullptr);
 int vxapi_activate_region(int fd, int api_idx, uint16_t region, uint32_t *status);
 int vxapi_get_driver_specifics(int fd, int api_idx, EXT_LN_DRIVER_DATA *data, uint32_t *status);
 int vxapi_wwpn_to_scsiaddr(int fd, int api_idx, const uint8_t wwpn[8], EXT_SCSI_ADDR *addr, uint32_t *status);

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
@@ -134,6 +135,14 @@ int msync(void *addr, std::size_t len) {
     return rc;
 }
 
+int flock(int fd, int operation) {
+    int rc;
+    do rc = ::flock(fd, operation);
+    while (rc != 0 && errno == EINTR);
+    if (rc != 0 && errno != EWOULDBLOCK) trace_failure("flock", std::to_string(fd).c_str());
+    return rc;
+}
+
 int semget(int key, int nsems, int flags) {
     const int id = ::semget(static_cast<key_t>(key), nsems, flags);
     if (id < 0 && errno != ENOENT) trace_failure("semget", std::to_string(key).c_str());
@@ -162,6 +171,18 @@ int semctl_rmid(int semid) {
     const int rc = ::semctl(semid, 0, IPC_RMID);
     if (rc != 0) trace_failure("semctl(IPC_RMID)", std::to_string(semid).c_str());
     return rc;
+}
+
+int semctl_owner(int semid, uid_t *uid, uid_t *cuid) {
+    semid_ds ds{};
+    const int rc = ::semctl(semid, 0, IPC_STAT, &ds);
+    if (rc != 0) {
+        trace_failure("semctl(IPC_STAT)", std::to_string(semid).c_str());
+        return rc;
+    }
+    *uid = ds.sem_perm.uid;
+    *cuid = ds.sem_perm.cuid;
+    return 0;
 }
 
 int access(const char *path, int mode) { return ::access(path, mode); }

@@ -27,10 +27,13 @@ int mknod(const char *path, mode_t mode, dev_t dev);
 void *mmap(std::size_t len, int prot, int flags, int fd);
 int munmap(void *addr, std::size_t len);
 int msync(void *addr, std::size_t len);
+int flock(int fd, int operation);
 int semget(int key, int nsems, int flags);
 int semop_one(int semid, short delta);  // one operation with SEM_UNDO
 int semctl_setval(int semid, int value);
 int semctl_rmid(int semid);
+// Owner and creator of a set (IPC_STAT).
+int semctl_owner(int semid, uid_t *uid, uid_t *cuid);
 int access(const char *path, int mode);
 int lstat(const char *path, struct stat *st);
 // stdio stream opened read-only with close-on-exec; null on failure.

@@ -78,10 +78,13 @@ struct Outcome {
     uint32_t status = HMX_ERR_UNKNOWN;
 };
 
-Outcome outcome(int rc, uint32_t st) {
-    if (rc != 0) return {false, vxflash_status(rc, st)};
-    if (vxapi_status_usable(st)) return {true, HmXlateHMXErr(st, 0)};
-    return {false, HmXlateHMXErr(st, 0)};
+// Takes the completion code and its detail once the request has filled
+// them: never evaluate them in the same call as the request itself.
+Outcome outcome(int rc, uint32_t st, uint32_t detail) {
+    if (rc != 0) return {false, vxflash_status(rc, st, detail)};
+    const uint32_t status = HmXlateHMXErr(st, detail);
+    // A SCSI completion the map calls good carries its data as well.
+    return {vxapi_status_usable(st) || status == HMX_STATUS_OK, status};
 }
 
 // One query with a transport record converted into the caller's record.
@@ -91,9 +94,9 @@ uint32_t property(int Device, void *out, Query &&query, Convert &&convert) {
     if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
     if (out == nullptr) return HMX_ERR_INVALID_PARAMETER;
     Record rec{};
-    uint32_t st = 0;
-    const int rc = query(port, rec, st);
-    const Outcome o = outcome(rc, st);
+    uint32_t st = 0, detail = 0;
+    const int rc = query(port, rec, st, detail);
+    const Outcome o = outcome(rc, st, detail);
     if (o.fill) convert(port, rec);
     return o.status;
 }
@@ -136,10 +139,10 @@ uint32_t fc_statistics(int Device, const uint8_t *wwpn, STATISTICS *out, bool ow
     std::memcpy(dest.DestAddr, own_port ? api_priv_data[port.idx].wwpn : wwpn, sizeof dest.DestAddr);
     dest.DestType = 2;  // port world-wide name
     EXT_STATISTICS rec{};
-    uint32_t st = 0;
-    const int rc = own_port ? vxapi_get_fc4_statistics(port.fd, port.idx, &dest, &rec, &st)
-                            : vxapi_get_port_statistics(port.fd, port.idx, &dest, &rec, &st);
-    const Outcome o = outcome(rc, st);
+    uint32_t st = 0, detail = 0;
+    const int rc = own_port ? vxapi_get_fc4_statistics(port.fd, port.idx, &dest, &rec, &st, &detail)
+                            : vxapi_get_port_statistics(port.fd, port.idx, &dest, &rec, &st, &detail);
+    const Outcome o = outcome(rc, st, detail);
     if (o.fill) statistics_from_record(rec, *out);
     return o.status;
 }
@@ -233,7 +236,9 @@ extern "C" uint32_t HmGetHbaDeviceNodeProperty(int Device, DEVICENODEPROPERTY *p
     return guarded([&] {
         return property<EXT_HBA_NODE>(
             Device, phba_node_user,
-            [](const Port &p, EXT_HBA_NODE &r, uint32_t &st) { return vxapi_query_hbanode(p.fd, p.idx, &r, &st); },
+            [](const Port &p, EXT_HBA_NODE &r, uint32_t &st, uint32_t &detail) {
+                return vxapi_query_hbanode(p.fd, p.idx, &r, &st, &detail);
+            },
             [&](const Port &p, const EXT_HBA_NODE &r) {
                 vxprops_node_from_record(r, api_priv_data[p.idx].serial_num, *phba_node_user);
             });
@@ -244,7 +249,9 @@ extern "C" uint32_t HmGetHbaDevicePortProperty(int fd, uint16_t, DEVICEPORTPROPE
     return guarded([&] {
         return property<EXT_HBA_PORT>(
             fd, phba_port_user,
-            [](const Port &p, EXT_HBA_PORT &r, uint32_t &st) { return vxapi_query_hbaport(p.fd, p.idx, &r, &st); },
+            [](const Port &p, EXT_HBA_PORT &r, uint32_t &st, uint32_t &detail) {
+                return vxapi_query_hbaport(p.fd, p.idx, &r, &st, &detail);
+            },
             [&](const Port &p, const EXT_HBA_PORT &r) {
                 vxprops_port_from_record(r, api_priv_data[p.idx].host_no, *phba_port_user);
             });
@@ -255,7 +262,9 @@ extern "C" uint32_t HmGetHbaDeviceChipProperty(int Device, CHIPPROPERTY *pChipPr
     return guarded([&] {
         return property<EXT_CHIP>(
             Device, pChipProperty,
-            [](const Port &p, EXT_CHIP &r, uint32_t &st) { return vxapi_query_chip(p.fd, p.idx, &r, &st); },
+            [](const Port &p, EXT_CHIP &r, uint32_t &st, uint32_t &detail) {
+                return vxapi_query_chip(p.fd, p.idx, &r, &st, &detail);
+            },
             [&](const Port &, const EXT_CHIP &r) { vxprops_chip_from_record(r, *pChipProperty); });
     });
 }
@@ -264,7 +273,9 @@ extern "C" uint32_t HmGetHbaDeviceDriverProperty(int Device, DRIVERPROPERTY *pDr
     return guarded([&] {
         return property<EXT_DRIVER>(
             Device, pDriverProperty,
-            [](const Port &p, EXT_DRIVER &r, uint32_t &st) { return vxapi_query_driver(p.fd, p.idx, &r, &st); },
+            [](const Port &p, EXT_DRIVER &r, uint32_t &st, uint32_t &detail) {
+                return vxapi_query_driver(p.fd, p.idx, &r, &st, &detail);
+            },
             [&](const Port &, const EXT_DRIVER &r) { vxprops_driver_from_record(r, *pDriverProperty); });
     });
 }
@@ -273,7 +284,9 @@ extern "C" uint32_t HmGetHbaDeviceFirmwareProperty(int Device, FIRMWAREPROPERTY 
     return guarded([&] {
         return property<EXT_FW>(
             Device, pFirmwareProperty,
-            [](const Port &p, EXT_FW &r, uint32_t &st) { return vxapi_query_fw(p.fd, p.idx, &r, &st); },
+            [](const Port &p, EXT_FW &r, uint32_t &st, uint32_t &detail) {
+                return vxapi_query_fw(p.fd, p.idx, &r, &st, &detail);
+            },
             [&](const Port &, const EXT_FW &r) {
                 std::memset(pFirmwareProperty, 0, sizeof *pFirmwareProperty);
                 copy_field(pFirmwareProperty->Version, r.Version, sizeof r.Version);
@@ -289,11 +302,11 @@ uint32_t disc_property(int Device, uint32_t index, bool target, DISCPORTPROPERTY
     if (out == nullptr || index > 0xFFFF) return HMX_ERR_INVALID_PARAMETER;
     if (port.sysfs) return HMX_ERR_NOT_SUPPORTED;
     EXT_DISC_PORT rec{};
-    uint32_t st = 0;
+    uint32_t st = 0, detail = 0;
     const auto i = static_cast<uint16_t>(index);
-    const int rc = target ? vxapi_query_disctgt(port.fd, port.idx, i, &rec, &st)
-                          : vxapi_query_discport(port.fd, port.idx, i, &rec, &st);
-    const Outcome o = outcome(rc, st);
+    const int rc = target ? vxapi_query_disctgt(port.fd, port.idx, i, &rec, &st, &detail)
+                          : vxapi_query_discport(port.fd, port.idx, i, &rec, &st, &detail);
+    const Outcome o = outcome(rc, st, detail);
     if (o.fill) disc_from_record(rec, *out);
     return o.status;
 }
@@ -316,12 +329,12 @@ extern "C" uint32_t HmGetPortDatabase(int Device, uint16_t TypeMode, void *pDevi
         if (pDeviceInfo == nullptr || DeviceInfoSize == 0) return HMX_ERR_INVALID_PARAMETER;
         if (port.sysfs) return HMX_ERR_NOT_SUPPORTED;
         const uint8_t mode[4] = {static_cast<uint8_t>(TypeMode), static_cast<uint8_t>(TypeMode >> 8), 0, 0};
-        uint32_t st = 0;
+        uint32_t st = 0, detail = 0;
         const int rc = vxapi_send(port.fd, port.idx,
                                   {"vxapi_get_port_summary", EXT_CC_GET_DATA, EXT_SC_GET_PORT_SUMMARY, 0, mode,
                                    sizeof mode, pDeviceInfo, DeviceInfoSize},
-                                  &st);
-        return outcome(rc, st).status;
+                                  &st, &detail);
+        return outcome(rc, st, detail).status;
     });
 }
 
@@ -332,8 +345,9 @@ extern "C" uint32_t HmGetStatistics(int fd, uint16_t, STATISTICS *pStatistics) {
         if (pStatistics == nullptr) return HMX_ERR_INVALID_PARAMETER;
         if (port.sysfs) return HMX_ERR_NOT_SUPPORTED;
         EXT_STATISTICS rec{};
-        uint32_t st = 0;
-        const Outcome o = outcome(vxapi_get_statistics(port.fd, port.idx, &rec, &st), st);
+        uint32_t st = 0, detail = 0;
+        const int rc = vxapi_get_statistics(port.fd, port.idx, &rec, &st, &detail);
+        const Outcome o = outcome(rc, st, detail);
         if (o.fill) statistics_from_record(rec, *pStatistics);
         return o.status;
     });
@@ -360,8 +374,9 @@ extern "C" uint32_t HmGetCnaPortData(int Device, uint8_t *pBuffer, uint32_t Buff
         if (pBuffer == nullptr) return HMX_ERR_INVALID_PARAMETER;
         if (BufferSize < 128) return HMX_ERR_BUFFER_TOO_SMALL;
         if (port.sysfs) return HMX_ERR_NOT_SUPPORTED;
-        uint32_t st = 0;
-        return outcome(vxapi_query_cnaport(port.fd, port.idx, pBuffer, &st), st).status;
+        uint32_t st = 0, detail = 0;
+        const int rc = vxapi_query_cnaport(port.fd, port.idx, pBuffer, &st, &detail);
+        return outcome(rc, st, detail).status;
     });
 }
 
@@ -371,11 +386,11 @@ extern "C" uint32_t HmGetSFPData(int Device, uint8_t *pBuffer, uint32_t BufferSi
         if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
         if (pBuffer == nullptr || BufferSize == 0) return HMX_ERR_INVALID_PARAMETER;
         if (port.sysfs) return HMX_ERR_NOT_SUPPORTED;
-        uint32_t st = 0;
+        uint32_t st = 0, detail = 0;
         const int rc = vxapi_send(port.fd, port.idx,
                                   {"vxapi_getSFPbuffer", EXT_CC_GET_SFP_DATA, 0, 0, nullptr, 0, pBuffer, BufferSize},
-                                  &st);
-        return outcome(rc, st).status;
+                                  &st, &detail);
+        return outcome(rc, st, detail).status;
     });
 }
 
@@ -386,8 +401,9 @@ extern "C" uint32_t HmGetBeaconControl(int Device, uint32_t *pUpdateMode) {
         if (pUpdateMode == nullptr) return HMX_ERR_INVALID_PARAMETER;
         if (port.sysfs) return HMX_ERR_NOT_SUPPORTED;
         EXT_BEACON_CONTROL rec{};
-        uint32_t st = 0;
-        const Outcome o = outcome(vxapi_get_beacon(port.fd, port.idx, &rec, &st), st);
+        uint32_t st = 0, detail = 0;
+        const int rc = vxapi_get_beacon(port.fd, port.idx, &rec, &st, &detail);
+        const Outcome o = outcome(rc, st, detail);
         if (o.fill) *pUpdateMode = rec.State;
         return o.status;
     });
@@ -400,8 +416,9 @@ extern "C" uint32_t HmUpdateBeaconControl(int Device, uint32_t UpdateMode) {
         if (port.sysfs) return HMX_ERR_NOT_SUPPORTED;
         EXT_BEACON_CONTROL rec{};
         rec.State = UpdateMode;
-        uint32_t st = 0;
-        return outcome(vxapi_set_beacon(port.fd, port.idx, &rec, &st), st).status;
+        uint32_t st = 0, detail = 0;
+        const int rc = vxapi_set_beacon(port.fd, port.idx, &rec, &st, &detail);
+        return outcome(rc, st, detail).status;
     });
 }
 

@@ -467,21 +467,27 @@ std::size_t vxsysfs_write_file(const std::string &path, const uint8_t *buf, std:
 namespace {
 
 // Holds the flash semaphore from the first control command to the closing
-// "0", so two processes never interleave commands on one control file.
+// "0", so two processes never interleave commands on one control file. A
+// write holds it around its read of the surrounding flash as well; a
+// nested hold on the same thread shares the outermost one.
 class FlashLock {
 public:
-    FlashLock() : id_(api_flash_semid) {
+    FlashLock() : id_(depth_ == 0 ? api_flash_semid : -1) {
         if (id_ >= 0) vxapi_sem_wait(id_);
+        ++depth_;
     }
     ~FlashLock() {
+        --depth_;
         if (id_ >= 0) vxapi_sem_signal(id_);
     }
     FlashLock(const FlashLock &) = delete;
     FlashLock &operator=(const FlashLock &) = delete;
 
 private:
+    static thread_local int depth_;
     int id_;
 };
+thread_local int FlashLock::depth_ = 0;
 
 // A control command, written with its terminating zero.
 bool ctl_command(const std::string &dir, const std::string &cmd) {
@@ -573,7 +579,11 @@ int vxsysfs_read_optrom(int, int api_idx, uint8_t *buf, uint32_t len, uint32_t r
     } else {
         ok = true;
     }
-    if (!ctl_command(dir, "0")) trace("Failed reset");
+    // The access is over only when the driver took the "0".
+    if (!ctl_command(dir, "0")) {
+        trace("Failed reset");
+        ok = false;
+    }
     if (ok) vxapi_set_status(status, EXT_STATUS_OK);
     return 0;
 }
@@ -602,6 +612,11 @@ int vxsysfs_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len,
     // its end.
     uint32_t size = std::min(map_size, len);
     const uint8_t *data = buf;
+
+    // From the read of the surrounding flash to the closing "0": a writer
+    // of another region in between would be overwritten by the stale copy
+    // this write carries back.
+    FlashLock lock;
 
     vxhmx::SectorAligned aligned;
     if (vxapi_raw_flash_chip(api_idx)) {
@@ -636,7 +651,6 @@ int vxsysfs_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len,
         size = whole_size;
     }
 
-    FlashLock lock;
     bool ok = false;
     if (!ctl_command(dir, cmd)) {
         trace("failed write enable");
@@ -647,7 +661,11 @@ int vxsysfs_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len,
     } else {
         ok = true;
     }
-    if (!ctl_command(dir, "0")) trace("Failed reset");
+    // The access is over only when the driver took the "0".
+    if (!ctl_command(dir, "0")) {
+        trace("Failed reset");
+        ok = false;
+    }
     if (ok) vxapi_set_status(status, EXT_STATUS_OK);
     return 0;
 }

@@ -747,7 +747,8 @@ VXHMX_API uint32_t HmGetOptionRomLayout(int Device, uint16_t HbaDevPortNum, HMX_
  * into pBuffer. Flash reads hold the library's flash semaphore between
  * processes. Returns 0; HMX_ERR_INVALID_HANDLE; HMX_ERR_INVALID_PARAMETER
  * (null buffer, size 0); a converted transport status (an unknown region
- * gives HMX_ERR_UNKNOWN or the driver's invalid-parameter status). */
+ * gives HMX_ERR_UNKNOWN or the driver's invalid-parameter status). A
+ * driver reply shorter than asked fails with 0x2000006C (data underrun). */
 VXHMX_API uint32_t HmGetOptionRomEx(int Device, uint16_t HbaDevPortNum, uint8_t *pBuffer, uint32_t BufferSize,
                                     uint32_t Region);
 
@@ -777,7 +778,11 @@ VXHMX_API uint32_t HmGetOptionRomEx(int Device, uint16_t HbaDevPortNum, uint8_t 
  * their lengths; a field too short is left alone), the "RV" checksum is
  * sealed again and the block written back; every other byte, the serial
  * number among them, stays. A block that does not parse or whose checksum
- * does not hold is never changed: 0x20000091.
+ * does not hold is never changed: 0x20000091. When the write of the block
+ * fails, the previous block is written back and the write's status is
+ * returned.
+ * A read of the current contents that comes back short fails the call
+ * (0x2000006C through the driver node) before anything is written.
  * On FCX160 and FCX180 a boot code write to region 0xFF or 0x07 is padded to
  * 0x80000 bytes and its first 0x40000 bytes stored again at 0x40000. Writes
  * on those chips are widened to whole flash sectors; the bytes around the

@@ -16,14 +16,27 @@
  *   xfer_client var-get INSTANCE VAR             NVRAM read, HmGetVariableValue
  *   xfer_client var-set INSTANCE VAR VALUE       NVRAM read, set, write back
  *   xfer_client props INSTANCE                   the four property records
- *   xfer_client repeat-write INSTANCE REGION IN COUNT
+ *   xfer_client repeat-write INSTANCE REGION IN COUNT [TAG]
+ *                                                with TAG: creates ready.TAG once open and
+ *                                                starts writing when a file "go" exists
  *   xfer_client badhandle                        calls with handle 0x7777
+ *   xfer_client statuses INSTANCE                driver, statistics, beacon and CNA calls
+ *   xfer_client churn INSTANCE COUNT             COUNT opens and closes, failures printed
  */
+#define _POSIX_C_SOURCE 200809L
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
 #include "vxhmx.h"
+
+static void sleep_ms(long ms) {
+    struct timespec ts;
+    ts.tv_sec = ms / 1000;
+    ts.tv_nsec = (ms % 1000) * 1000000L;
+    nanosleep(&ts, NULL);
+}
 
 static unsigned long num(const char *s) { return strtoul(s, NULL, 0); }
 
@@ -52,6 +65,24 @@ static int save(const char *path, const unsigned char *buf, unsigned long size) 
     if (f == NULL) return 0;
     ok = fwrite(buf, 1, size, f) == size;
     return fclose(f) == 0 && ok;
+}
+
+/* Tells the test this process is ready, then waits (at most 30 s) for its go. */
+static void wait_for_go(const char *tag) {
+    char path[64];
+    FILE *f;
+    int waited;
+    snprintf(path, sizeof path, "ready.%s", tag);
+    f = fopen(path, "w");
+    if (f != NULL) fclose(f);
+    for (waited = 0; waited < 30000; waited += 5) {
+        f = fopen("go", "r");
+        if (f != NULL) {
+            fclose(f);
+            return;
+        }
+        sleep_ms(5);
+    }
 }
 
 static void status(const char *what, uint32_t st) { printf("%s status=0x%08x\n", what, (unsigned)st); }
@@ -116,6 +147,43 @@ static int props(int h) {
     return 0;
 }
 
+static int statuses(int h) {
+    DRIVERPROPERTY drv;
+    STATISTICS stats;
+    uint32_t beacon = 0x5A5A;
+    uint8_t cna[128];
+    memset(&stats, 0, sizeof stats);
+    status("driver", HmGetHbaDeviceDriverProperty(h, &drv));
+    status("statistics", HmGetStatistics(h, 0, &stats));
+    status("beacon-get", HmGetBeaconControl(h, &beacon));
+    printf("beacon=0x%x\n", (unsigned)beacon);
+    status("beacon-set", HmUpdateBeaconControl(h, 1));
+    status("cna", HmGetCnaPortData(h, cna, sizeof cna));
+    return 0;
+}
+
+/* Opens and closes one adapter again and again, as many short-lived
+ * management programs on one host do; only failures are printed. */
+static int churn(uint32_t inst, unsigned long count) {
+    unsigned long n, failed = 0;
+    for (n = 0; n < count; ++n) {
+        int h = 0;
+        uint32_t st = HmOpenDevice(inst, &h);
+        if (st != 0) {
+            status("churn open", st);
+            ++failed;
+            continue;
+        }
+        st = HmCloseDevice(h);
+        if (st != 0) {
+            status("churn close", st);
+            ++failed;
+        }
+    }
+    printf("churn failed=%lu\n", failed);
+    return 0;
+}
+
 static int layout_query(int h) {
     HMX_OPT_ROM_LAYOUT probe;
     HMX_OPT_ROM_LAYOUT *full;
@@ -143,6 +211,7 @@ static int run(int h, int argc, char **argv) {
     uint32_t st = 0;
     if (strcmp(op, "layout") == 0) return layout_query(h);
     if (strcmp(op, "props") == 0) return props(h);
+    if (strcmp(op, "statuses") == 0) return statuses(h);
     if ((strcmp(op, "read") == 0 && argc == 6) || (strcmp(op, "offset-read") == 0 && argc == 6)) {
         size = num(argv[4]);
         buf = calloc(1, size ? size : 1);
@@ -151,10 +220,12 @@ static int run(int h, int argc, char **argv) {
                           : HmGetOptionRomOffset(h, 0, buf, (uint32_t)size, (uint32_t)num(argv[3]));
         status(op, st);
         if (st == 0 && !save(argv[5], buf, size)) st = 1;
-    } else if ((strcmp(op, "write") == 0 && argc >= 5) || (strcmp(op, "repeat-write") == 0 && argc == 6)) {
+    } else if ((strcmp(op, "write") == 0 && argc >= 5) ||
+               (strcmp(op, "repeat-write") == 0 && (argc == 6 || argc == 7))) {
         unsigned long n, count = op[0] == 'r' ? num(argv[5]) : 1;
         buf = load(argv[4], &size);
         if (buf == NULL) return 1;
+        if (op[0] == 'r' && argc == 7) wait_for_go(argv[6]);
         for (n = 0; n < count; ++n) {
             st = argc == 6 && strcmp(argv[5], "ex2") == 0
                      ? HmUpdateOptionRomEx2(h, 0, buf, (uint32_t)size, (uint32_t)num(argv[3]))
@@ -219,6 +290,7 @@ int main(int argc, char **argv) {
         }
         return rc;
     }
+    if (argc == 4 && strcmp(argv[1], "churn") == 0) return churn((uint32_t)num(argv[2]), num(argv[3]));
     if (argc < 3) {
         fprintf(stderr, "xfer_client: bad arguments\n");
         return 2;

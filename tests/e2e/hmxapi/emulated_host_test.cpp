@@ -240,6 +240,34 @@ TEST_F(EmulatedHost, SharedFileNotOwnedByRootIsRefused) {
     EXPECT_EQ(r.err, "libvxhmx: ERROR - /tmp/vxhmx.dat is not a regular file owned by root; not using it.\n");
 }
 
+TEST_F(EmulatedHost, SharedFileWithASecondNameIsRefused) {
+    // A hard link to another root file would have that file grown and overwritten.
+    const auto r =
+        run(ioctl_host(1), "echo keep > /tmp/target\nln /tmp/target /tmp/vxhmx.dat\n$C open 0\nwc -c < /tmp/target\n");
+    EXPECT_EQ(r.out, "open 0: 0x20000075 handle 0\n5\n");
+    EXPECT_EQ(r.err, "libvxhmx: ERROR - /tmp/vxhmx.dat has more than one name; not using it.\n");
+}
+
+TEST_F(EmulatedHost, SemaphoreSetOfAnotherUserIsRefused) {
+    // A set created by another user, held at 0, would hang every open for ever.
+    for (const char *key : {"829", "980"}) {
+        const auto r = run(ioctl_host(1), std::string("setpriv --reuid=1234 --regid=1234 --clear-groups perl -e "
+                                                      "'defined semget(") +
+                                              key + ", 1, 01666) or die \"$!\"'\n"
+                                                    "timeout 20 $C open 0\n$C shared\n");
+        EXPECT_EQ(r.out, "open 0: 0x20000075 handle 0\nshared: absent\n") << key;
+        EXPECT_EQ(r.err, std::string("libvxhmx: ERROR - semaphore ") + key + " was not created by root; not using it.\n");
+    }
+}
+
+TEST_F(EmulatedHost, LogFileThatIsNotARegularFileIsSkipped) {
+    // A FIFO in place of the log would block the first trace line for ever.
+    const auto r = run(ioctl_host(1), "mkfifo /usr/lib/libvxhmx.log\ntimeout 20 $C open 0\n", {"VX_FCAPI_DEBUG=25"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "open 0: 0x00000000 handle 1\nclose 1: 0x00000000\n");
+    EXPECT_EQ(r.err.rfind("HmOpenDevice(0): entered.\n", 0), 0u) << r.err;
+}
+
 TEST_F(EmulatedHost, FirstVersionFileIsUpgraded) {
     // 7998 bytes whose first entry names an adapter that is gone.
     const auto r = run(ioctl_host(1),
