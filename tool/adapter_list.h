@@ -39,8 +39,13 @@ extern DeviceList g_UTILDeviceList;
 extern DeviceList g_MyDeviceList;
 
 Adapter *CreateNewAdapter();
+// Appends at the tail; -1 (and not added) when the port is listed already.
 int AddAdapterToAdapterList(Adapter *adapter);
+// The first adapter record of the same port (node WWN, port WWN, port ID).
 Adapter *FindAdapterInAdapterList(const Adapter *adapter);
+Adapter *FindAdapterInAdapterListByHMXDevice(const HMXDevice *device);
+// The serial number of the port's adapter record, "N/A" when it has none.
+const char *GetAdapterSerial(const HMXDevice *device);
 void InitAdapterList();
 AdapterList *GetAdapterList();
 int RemoveAllAdaptersFromAdapterList();
@@ -51,7 +56,28 @@ void RemoveAllDevicesFromMyDeviceList();
 void CloneFreeUTILDeviceList(DeviceList *list);
 
 uint32_t GetPortIndex(const HMXDevice *device);
+// Look-ups in the tool's device list.
 HMXDevice *FindAdapterByInstanceNumber(uint32_t instance);
+HMXDevice *FindAdapterByWWPN(const uint8_t *wwpn);
+// The 8 bytes as 16 lower-case hexadecimal digits; the length, or -1.
 int GetStringWWN(const uint8_t *bytes, char *text, int textSize);
+
+// Builds the adapter records (into g_AdapterList) and returns a new list of
+// device copies ordered by port WWN text; nullptr on allocation failure.
+DeviceList *SortAdapterList(const DeviceList *agentDevices);
+// A new list of copies of `list` ordered by adapter serial number (stable:
+// within one serial the order of `list` stays); nullptr on allocation failure.
+DeviceList *BuildUTILDeviceList(const DeviceList *list);
+// Frees a list made by the two routines above, nodes and head.
+void FreeDeviceListCopy(DeviceList *list);
+
+// Inserts `node` in front of the first node of `list` whose key compares
+// greater; equal keys keep their arrival order.
+void InsertDeviceOrdered(DeviceList *list, HMXDevice *node, int (*compare)(const HMXDevice *, const HMXDevice *));
+int CompareByPortWWNText(const HMXDevice *a, const HMXDevice *b);
+int CompareBySerial(const HMXDevice *a, const HMXDevice *b);
+// Numbers the ports of each serial number 1, 2, ... in list order; ports
+// without a serial share the one count of "N/A".
+void NumberPorts(DeviceList *list);
 
 int BuildHBADevices();

@@ -2,6 +2,7 @@
 #include "core.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "fw_strings.h"
@@ -21,8 +22,34 @@ void CoreFree(void *block) { std::free(block); }
 
 void InitDeviceList() { g_DeviceList.reset(); }
 DeviceList *GetDeviceList() { return &g_DeviceList; }
-void DeleteDevice(HMXDevice *device) { CoreFree(device); }
+
+void DeleteDevice(HMXDevice *device) {
+    if (device == nullptr) return;
+    device->targets.remove_all([](HMXTarget *t) {
+        t->luns.remove_all([](HMXLun *l) { CoreFree(l); });
+        CoreFree(t);
+    });
+    CoreFree(device);
+}
+
 void RemoveAllDevicesFromDeviceList() { g_DeviceList.remove_all(DeleteDevice); }
+
+HMXDevice *CloneDevice(const HMXDevice *device) {
+    if (device == nullptr) return nullptr;
+    auto *copy = static_cast<HMXDevice *>(CoreZMalloc(sizeof(HMXDevice)));
+    if (copy == nullptr) return nullptr;
+    std::memcpy(copy, device, sizeof(HMXDevice));
+    copy->targets.reset();
+    copy->next = nullptr;
+    copy->prev = nullptr;
+    return copy;
+}
+
+bool IsSamePort(const HMXDevice *a, const HMXDevice *b) {
+    return std::memcmp(a->nodeProperty.WWN, b->nodeProperty.WWN, sizeof a->nodeProperty.WWN) == 0 &&
+           std::memcmp(a->portProperty.WWN, b->portProperty.WWN, sizeof a->portProperty.WWN) == 0 &&
+           std::memcmp(a->portProperty.PortID, b->portProperty.PortID, sizeof a->portProperty.PortID) == 0;
+}
 
 const char *CoreGetConfigFileName() { return g_configurationFileName; }
 
@@ -36,13 +63,6 @@ int CoreInitialize() {
     CoreLoadFabricScanning();
     CoreLoadQuietMode();
     InitDeviceList();
-    return 0;
-}
-
-int CoreInitializeDevices() {
-    // Adapters are opened through the library's instance table; the open
-    // loop joins here together with the device records it fills. Until then
-    // the agent device list stays empty and every mode runs on no adapter.
     return 0;
 }
 
