@@ -188,14 +188,37 @@ int DriverService::handle_ioctl(unsigned long request, uint64_t header_addr, Rem
     return c.err;
 }
 
+bool DriverService::apply_fault(Call &c, const std::string &adapter, int function) {
+    c.fault = faults_.on_ioctl(adapter, function, c.command, c.subcode);
+    if (!c.fault) return false;
+    c.entry.fault = FaultInjector::describe(*c.fault);
+    switch (c.fault->kind) {
+    case FaultKind::status:
+        c.status = c.fault->status;
+        c.detail = c.fault->detail;
+        return true;
+    case FaultKind::error:
+        c.err = c.fault->err;
+        c.answer = false;
+        return true;
+    case FaultKind::busy: c.status = kStatusBusy; return true;
+    case FaultKind::short_xfer:
+    case FaultKind::stop_after: break;  // applied by the transfer itself
+    }
+    return false;
+}
+
 void DriverService::dispatch(Call &c) {
     const bool current = c.layout == Layout::Current;
     if (c.command == kCmdInstanceCount) {
+        // Not addressed to an adapter: only faults for any adapter apply.
+        if (apply_fault(c, "", -1)) return;
         c.reply_instance = host_.instance_count();
         return;
     }
     if (c.command == kCmdSetInstance) {
         if (c.instance >= ports_.size() || c.instance >= host_.instance_count()) {
+            if (apply_fault(c, "", -1)) return;
             c.status = kStatusDevNotFound;
             return;
         }
@@ -203,6 +226,7 @@ void DriverService::dispatch(Call &c) {
         Adapter &a = host_.adapters[p.adapter];
         c.entry.adapter = a.name;
         c.entry.function = static_cast<unsigned>(p.function);
+        if (apply_fault(c, a.name, static_cast<int>(p.function))) return;
         const bool refused = std::find(host_.instances.refuse_bind.begin(), host_.instances.refuse_bind.end(),
                                        c.instance) != host_.instances.refuse_bind.end();
         // An adapter that speaks only the other layout cannot be bound through this one:
@@ -231,23 +255,7 @@ void DriverService::dispatch(Call &c) {
         return;
     }
 
-    c.fault = faults_.on_ioctl(c.adapter->name, static_cast<int>(p.function), c.command, c.subcode);
-    if (c.fault) {
-        c.entry.fault = FaultInjector::describe(*c.fault);
-        switch (c.fault->kind) {
-        case FaultKind::status:
-            c.status = c.fault->status;
-            c.detail = c.fault->detail;
-            return;
-        case FaultKind::error:
-            c.err = c.fault->err;
-            c.answer = false;
-            return;
-        case FaultKind::busy: c.status = kStatusBusy; return;
-        case FaultKind::short_xfer:
-        case FaultKind::stop_after: break;  // applied by the transfer itself
-        }
-    }
+    if (apply_fault(c, c.adapter->name, static_cast<int>(p.function))) return;
 
     switch (c.command) {
     case kCmdQuery: query(c); break;
@@ -347,6 +355,7 @@ void DriverService::query(Call &c) {
         w.text(offsetof(EXT_HBA_NODE, OptRomVersion), a.versions.bios.text(), 32);
         w.le16(offsetof(EXT_HBA_NODE, PortCount), static_cast<uint16_t>(a.functions.size()));
         w.le16(offsetof(EXT_HBA_NODE, InterfaceType), 1);
+        w.le32(offsetof(EXT_HBA_NODE, DriverAttr), host_.driver.attributes);
         uint32_t bivalid = 0;
         if (a.versions.firmware.present) {
             bivalid |= 0x1;

@@ -85,6 +85,8 @@ public:
 private:
     struct Call;
     void dispatch(Call &c);
+    // Applies the injected fault the request meets; true when it ends the request.
+    bool apply_fault(Call &c, const std::string &adapter, int function);
     void record(Call &c);
     void query(Call &c);
     void get_data(Call &c);

@@ -232,7 +232,7 @@ private:
 
 void Parser::driver(const json &j, Driver &d) {
     const std::string p = "driver";
-    if (!object(j, p, {"name", "version", "version_text", "flags", "transport"})) return;
+    if (!object(j, p, {"name", "version", "version_text", "flags", "attributes", "transport"})) return;
     opt_string(j, "name", p, d.name, 32);
     if (!safe_name(d.name)) fail(p + ".name", "not a usable driver name");
     if (auto it = j.find("version"); it != j.end()) {
@@ -248,6 +248,7 @@ void Parser::driver(const json &j, Driver &d) {
     }
     opt_string(j, "version_text", p, d.version_text, 31);
     opt_number(j, "flags", p, d.flags, 0xFFFFFFFF);
+    opt_number(j, "attributes", p, d.attributes, 0xFFFFFFFF);
     if (auto it = j.find("transport"); it != j.end())
         if (auto t = transport(*it, p + ".transport")) d.transport = *t;
 }
@@ -756,6 +757,10 @@ size_t Host::ioctl_port_count() const {
     for (const auto &a : adapters)
         if (a.transport != Transport::sysfs) n += a.functions.size();
     return n;
+}
+
+bool Host::registers_char_device() const {
+    return adapters.empty() || ioctl_port_count() > 0;
 }
 
 uint16_t Host::instance_count() const {

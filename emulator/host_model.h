@@ -16,6 +16,7 @@
 //     "version": "8.7.3.0",           // Major.Minor.Patch.Beta (request 0xFC)
 //     "version_text": "8.07.03-k",    // default: "%u.%02u.%02u-k" from version
 //     "flags": "0x0",                 // Flags word of request 0xFC
+//     "attributes": "0x0",            // driver attribute word of the adapter-node reply
 //     "transport": "ioctl"            // default transport of adapters: sysfs|ioctl|ioctl_old
 //   },
 //   "ostype": "Linux",                // /proc/sys/kernel/ostype
@@ -23,6 +24,9 @@
 //   "instances": {
 //     "count": 3,                     // reply of 0xFF; default: ports served by ioctl
 //     "refuse_bind": [2]              // driver instances whose 0xFE bind fails
+//                                     // (faults may also name "command": "0xFF" or "0xFE";
+//                                     // 0xFF is addressed to no adapter, so only faults
+//                                     // without "adapter" meet it)
 //   },
 //   "node": {
 //     "dev": "1:3",                   // major:minor the driver serves (keep 1:3)
@@ -143,6 +147,7 @@ struct Driver {
     std::string name = "vxa2xxx";
     uint8_t major = 8, minor = 7, patch = 3, beta = 0;  // request 0xFC
     uint32_t flags = 0;                                 // request 0xFC Flags word
+    uint32_t attributes = 0;                            // DriverAttr of the adapter-node reply
     std::string version_text;                           // e.g. "8.07.03-k"
     Transport transport = Transport::ioctl;             // default for adapters
 };
@@ -267,6 +272,10 @@ struct Host {
     [[nodiscard]] size_t ioctl_port_count() const;
     // Reply of request 0xFF.
     [[nodiscard]] uint16_t instance_count() const;
+    // Whether the driver registers its management character device (class
+    // "dev" file, /proc/devices line): a driver that serves all its adapters
+    // through sysfs has none.
+    [[nodiscard]] bool registers_char_device() const;
 };
 
 // ---------------------------------------------------------------- loading

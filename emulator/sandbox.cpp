@@ -21,10 +21,11 @@
 
 namespace vxemu {
 
-std::string emulated_proc_devices(const std::string &real, const std::string &driver, unsigned major) {
+std::string emulated_proc_devices(const std::string &real, const std::string &driver, unsigned major,
+                                  bool registered) {
     std::istringstream in(real);
     std::string out, line;
-    bool in_char = false, placed = false;
+    bool in_char = false, placed = !registered;
     char ours[64];
     std::snprintf(ours, sizeof ours, "%3u %s", major, driver.c_str());
     while (std::getline(in, line)) {
@@ -168,7 +169,8 @@ void build(const SandboxConfig &cfg, const Host &host, int sock) {
     build_dev(cfg, host);
 
     const std::string devices = cfg.run_dir + "/proc-devices";
-    write_text(devices, emulated_proc_devices(read_text("/proc/devices"), host.driver.name, host.node.major));
+    write_text(devices, emulated_proc_devices(read_text("/proc/devices"), host.driver.name, host.node.major,
+                                               host.registers_char_device()));
     do_mount(devices.c_str(), "/proc/devices", nullptr, MS_BIND, "");
     const std::string ostype = cfg.run_dir + "/ostype";
     write_text(ostype, host.ostype + "\n");

@@ -22,8 +22,10 @@ struct SandboxConfig {
 };
 
 // The emulated /proc/devices: the real text with every line naming the driver
-// dropped and "%3u <driver>" put into the character section in major order.
-[[nodiscard]] std::string emulated_proc_devices(const std::string &real, const std::string &driver, unsigned major);
+// dropped and, when the driver registers its character device, "%3u <driver>"
+// put into the character section in major order.
+[[nodiscard]] std::string emulated_proc_devices(const std::string &real, const std::string &driver, unsigned major,
+                                                bool registered = true);
 
 // In the child: builds the sandbox, sends the descriptors over `sock` and
 // execs the command. Never returns: on a setup failure it reports the reason

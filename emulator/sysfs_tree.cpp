@@ -122,7 +122,8 @@ void SysfsTree::build() {
 
     char devtext[32];
     std::snprintf(devtext, sizeof devtext, "%u:%u\n", host_.node.major, host_.node.minor);
-    std::vector<std::string> node_names{drv};
+    std::vector<std::string> node_names;
+    if (host_.registers_char_device()) node_names.push_back(drv);
     const bool any_old = std::any_of(host_.adapters.begin(), host_.adapters.end(),
                                      [](const Adapter &a) { return a.transport == Transport::ioctl_old; });
     // The older driver generation registers its own class device.

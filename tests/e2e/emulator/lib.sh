@@ -3,6 +3,8 @@
 # as: script VXEMU PROBE WORKDIR [SYSFS_PROBE]. WORKDIR is recreated empty and becomes the
 # working directory, so everything the sandboxed command needs lies inside it.
 set -u
+# The scripts exercise both transports side by side on one host of their own.
+MIXED_HOST=$(cd "$(dirname "$0")" && pwd)/hosts/mixed.json
 VXEMU=$1
 PROBE_SRC=$2
 WORK=$3
@@ -27,9 +29,12 @@ expect_has() {  # text needle what
 expect_lacks() {
     case "$1" in *"$2"*) fail "$3: [$1] contains [$2]" ;; *) ;; esac
 }
-# Runs vxemu; stdout in $OUT, stderr in $ERR, exit status in $RC.
+# Runs vxemu (on the mixed host unless --host is given); stdout in $OUT, stderr in $ERR, exit status in $RC.
 vx() {
-    OUT=$("$VXEMU" run "$@" 2>"$WORK/.err")
+    case " $* " in
+    *" --host "*) OUT=$("$VXEMU" run "$@" 2>"$WORK/.err") ;;
+    *) OUT=$("$VXEMU" run --host "$MIXED_HOST" "$@" 2>"$WORK/.err") ;;
+    esac
     RC=$?
     ERR=$(cat "$WORK/.err")
 }

@@ -339,6 +339,9 @@ TEST(ProcDevices, DriverLineReplacesOthersInTheCharacterSection) {
               "Character devices:\n  1 mem\n  1 vxa2xxx\n  4 tty\n\nBlock devices:\n  7 loop\n");
     EXPECT_EQ(emulated_proc_devices("Block devices:\n  7 loop\n", "vxa2xxx", 1),
               "Block devices:\n  7 loop\nCharacter devices:\n  1 vxa2xxx\n");
+    // A driver serving its adapters through sysfs only registers no character device.
+    EXPECT_EQ(emulated_proc_devices(real, "vxa2xxx", 1, false),
+              "Character devices:\n  1 mem\n  4 tty\n\nBlock devices:\n  7 loop\n");
 }
 
 TEST(TrafficLog, LinesAreValidJsonEvenForOddBytes) {

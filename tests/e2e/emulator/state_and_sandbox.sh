@@ -65,7 +65,7 @@ expect_has "$ERR" "etc file outside /etc: /etc/./x" "refusal names the path"
 tmpwork=$(mktemp -d /tmp/vxemu-e2e-XXXXXX)
 cp "$PROBE" "$tmpwork/"
 echo hello > "$tmpwork/seen"
-(cd "$tmpwork" && "$VXEMU" run -- sh -c 'cat seen; ls /tmp; ./vxemu_probe count' > out 2>&1)
+(cd "$tmpwork" && "$VXEMU" run --host "$MIXED_HOST" -- sh -c 'cat seen; ls /tmp; ./vxemu_probe count' > out 2>&1)
 expect_eq "$(cat "$tmpwork/out" | tr "\n" " ")" "hello $(basename "$tmpwork") rc=0 status=0 detail=0 resplen=0 count=2 " "working directory under /tmp"
 rm -rf "$tmpwork"
 (cd /tmp && "$VXEMU" run -- true 2>/dev/null)

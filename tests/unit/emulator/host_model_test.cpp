@@ -137,27 +137,34 @@ TEST(HostJson, FaultsNodeAndInstancesAreRead) {
     EXPECT_EQ(h.faults[2].bytes, 4096u);
 }
 
-TEST(LabHost, HasTheThreeLabAdaptersWithOlderFlash) {
+TEST(LabHost, OneDriverGenerationWithFourPortsAndOlderFlash) {
     auto r = builtin_host();
     ASSERT_TRUE(r) << r.error().message;
     const Host &h = r.value();
     ASSERT_EQ(h.adapters.size(), 3u);
+    for (const Adapter &a : h.adapters) EXPECT_EQ(a.transport, Transport::ioctl) << a.name;
     const Adapter &a160 = h.adapters[0];
     EXPECT_EQ(a160.chip, "FCX160");
-    EXPECT_EQ(a160.transport, Transport::sysfs);
-    EXPECT_TRUE(a160.chunked);
     EXPECT_EQ(a160.functions.size(), 2u);
     EXPECT_EQ(a160.versions.bios.text(), "1.10");
     EXPECT_EQ(a160.versions.fcode.text(), "2.05");
     EXPECT_EQ(a160.versions.efi.text(), "1.07");
     EXPECT_EQ(a160.versions.firmware.text(), "8.02.01");
     EXPECT_EQ(h.adapters[1].chip, "FCX141");
-    EXPECT_EQ(h.adapters[1].transport, Transport::ioctl);
     EXPECT_EQ(h.adapters[2].chip, "FCX123");
     EXPECT_FALSE(h.adapters[2].versions.fcode.present);
     EXPECT_EQ(h.adapters[2].nvram_size(), 256u);
     EXPECT_EQ(nvram_get(h.adapters[2].functions[0].nvram, NvramFormat::basic, kNvVarSsDevice), 0x1230u);
-    EXPECT_EQ(h.instance_count(), 2);
+    EXPECT_EQ(h.instance_count(), 4);
+    EXPECT_TRUE(h.registers_char_device());
+}
+
+TEST(HostModel, ADriverServingOnlyThroughSysfsHasNoCharacterDevice) {
+    EXPECT_FALSE(parse_ok(R"({"adapters": [{"chip": "FCX160", "transport": "sysfs"}]})").registers_char_device());
+    EXPECT_TRUE(parse_ok(R"({"adapters": [{"chip": "FCX160", "transport": "sysfs"}, {"chip": "FCX123"}]})")
+                    .registers_char_device());
+    EXPECT_TRUE(parse_ok(R"({"adapters": []})").registers_char_device());
+    EXPECT_EQ(parse_ok(R"({"driver": {"attributes": "0x41"}})").driver.attributes, 0x41u);
 }
 
 TEST(AdapterBlocks, Fcx160FlashAndBlocksStayEqual) {
