@@ -15,6 +15,8 @@ cmake --build "$build"
 state="$build/lab-state"
 rm -rf "$state"
 cd "$build/examples/lab"
+echo "== flashwright /i: the lab's adapters before the update"
+../../bin/vxemu run --state "$state" -- ../../bin/flashwright /i || true
 echo "== flashwright (default update) on the emulated lab host"
 status=0
 ../../bin/vxemu run --state "$state" -- ../../bin/flashwright || status=$?
