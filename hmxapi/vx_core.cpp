@@ -462,9 +462,7 @@ int vxapi_load_lib() {
     if (count < kMaxAdapters) api_priv_data[count].features &= ~VXF_SYSFS;
     vxsysfs_init();
     if (count == 0) vxsysfs_supported_driver_exist(kDriverName, &count);
-    // A node whose driver serves no instance is no failure when the ports
-    // were found through sysfs.
-    if (rc != 0 && count == 0) return rc;
+    if (rc != 0) return rc;
 
     if (!vxapi_table_empty()) {
         int fd = -1;
