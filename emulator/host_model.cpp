@@ -760,7 +760,9 @@ size_t Host::ioctl_port_count() const {
 }
 
 bool Host::registers_char_device() const {
-    return adapters.empty() || ioctl_port_count() > 0;
+    if (ioctl_port_count() > 0) return true;
+    // Without adapters the driver's generation decides.
+    return adapters.empty() && driver.transport != Transport::sysfs;
 }
 
 uint16_t Host::instance_count() const {

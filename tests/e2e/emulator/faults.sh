@@ -59,6 +59,25 @@ expect_eq "$(echo "$OUT" | sed -n 13p)" "fw_version=1" "text attribute read fail
 expect_eq "$(echo "$OUT" | sed -n 14p)" "5.00.01" "and then reads again"
 expect_eq "$(log_lines st/traffic.jsonl '"fault"')" 10 "every fired fault is logged"
 
+# The instance count and the bind can fail too; the count is asked of no
+# adapter, so only a fault for any adapter meets it.
+cat > probe.json <<'JSON'
+{
+  "adapters": [ { "name": "io", "chip": "FCX141", "functions": [ { "pci": "0000:07:00.0" }, { "pci": "0000:07:00.1" } ] } ],
+  "faults": [
+    { "command": "0xFF", "kind": "status", "status": 1, "times": 1 },
+    { "adapter": "io", "command": "0xFF", "kind": "status", "status": 3 },
+    { "adapter": "io", "function": 1, "command": "0xFE", "kind": "status", "status": 2 }
+  ]
+}
+JSON
+vx --host probe.json --state st-probe -- sh -c './vxemu_probe count; ./vxemu_probe count; ./vxemu_probe bind 0; ./vxemu_probe bind 1'
+expect_eq "$(echo "$OUT" | sed -n 1p)" "rc=0 status=1 detail=0 resplen=0 count=0" "instance count fails once"
+expect_eq "$(echo "$OUT" | sed -n 2p)" "rc=0 status=0 detail=0 resplen=0 count=2" "then answers"
+expect_has "$(echo "$OUT" | sed -n 3p)" "status=0" "function 0 binds"
+expect_has "$(echo "$OUT" | sed -n 4p)" "status=2" "function 1 does not"
+expect_eq "$(log_lines st-probe/traffic.jsonl '"fault"')" 2 "both faults logged"
+
 # The node: a stale number that the library must replace, and a node that will not open.
 cat > stale.json <<'JSON'
 { "node": { "stale": "1:5" } }

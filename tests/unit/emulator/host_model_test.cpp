@@ -164,6 +164,7 @@ TEST(HostModel, ADriverServingOnlyThroughSysfsHasNoCharacterDevice) {
     EXPECT_TRUE(parse_ok(R"({"adapters": [{"chip": "FCX160", "transport": "sysfs"}, {"chip": "FCX123"}]})")
                     .registers_char_device());
     EXPECT_TRUE(parse_ok(R"({"adapters": []})").registers_char_device());
+    EXPECT_FALSE(parse_ok(R"({"driver": {"transport": "sysfs"}, "adapters": []})").registers_char_device());
     EXPECT_EQ(parse_ok(R"({"driver": {"attributes": "0x41"}})").driver.attributes, 0x41u);
 }
 
