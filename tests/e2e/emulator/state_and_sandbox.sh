@@ -99,9 +99,12 @@ expect_eq "$RC" 0 "background run"
 expect_has "$(cat late.txt 2>/dev/null)" "count=2" "background process still served"
 
 # ---- vxemu killed by SIGTERM: the command dies with it and nothing stays behind
-"$VXEMU" run --state st3 -- sh -c '(sleep 29.123 &); sleep 30; echo survived > survived.txt' &
+"$VXEMU" run --state st3 -- sh -c '(sleep 29.123 &); touch started.txt; sleep 30; echo survived > survived.txt' &
 vxpid=$!
-sleep 0.5
+# The command runs once the host is up; a loaded machine may take a while.
+i=0
+while [ ! -e started.txt ] && [ $i -lt 200 ]; do sleep 0.05; i=$((i + 1)); done
+sleep 0.1
 kill -TERM "$vxpid"
 wait "$vxpid"
 expect_eq "$?" 143 "vxemu ends on SIGTERM"
