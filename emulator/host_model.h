@@ -81,7 +81,9 @@
 //       "port_id": "0x010200",
 //       "link_state": "Link Up - F_Port", "speed": "8 Gbit",
 //       "port_state": 2, "port_type": 1, "connection_mode": 1, "speed_code": 8,
-//       "model": "...", "serial": "...",
+//       // two functions with the same wwnn, wwpn and port_id: one port the
+//       // driver reports under two instances
+//       "model": "...", "serial": "...",      // "" serial: none in the node reply, empty VPD "SN"
 //       "nvram_file": "n.bin", "vpd_file": "v.bin",    // else built from the above
 //       // VPD fields: PN (default model), EC (default "A01"), SN (default serial),
 //       // any other two-character keyword, and "id" for the identifier string
