@@ -95,7 +95,9 @@ void print_wwn_line(const char *label, const uint8_t *w) {
 
 void print_boot_code_version(const HMXDevice *d) {
     const std::string romVersion = bounded(d->nodeProperty.OptionRomVersion, sizeof d->nodeProperty.OptionRomVersion);
-    const bool itanium = isHostSystemType("ia64") != 0 || isHostSystemType("IA64") != 0;
+    // The host type does not change within a run, and every test asks the
+    // library and the failover interface again: ask once.
+    static const bool itanium = isHostSystemType("ia64") != 0 || isHostSystemType("IA64") != 0;
     if (!itanium) {
         if (is_fcode_version(romVersion))
             PrintLogMessage(kMsgPlain, "FCode Version\t\t: %s", romVersion.c_str());
