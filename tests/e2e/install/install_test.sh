@@ -107,6 +107,8 @@ if command -v bash >/dev/null; then
     [ "$(complete_words "$C/vxemu" vxemu r)" = run ] || fail "vxemu r"
     [ "$(complete_words "$C/vxemu" vxemu run --s)" = --state ] || fail "vxemu run --s"
     [ "$(complete_words "$C/vxemu" vxemu mkimage nvram --for)" = --format ] || fail "vxemu mkimage nvram --for"
+    [ "$(complete_words "$C/vxemu" vxemu mkimage multiboot --ch)" = "--chip --chip-code" ] ||
+        fail "vxemu mkimage multiboot --ch: $(complete_words "$C/vxemu" vxemu mkimage multiboot --ch)"
 fi
 
 [ "$FAILS" -eq 0 ] || { echo "$FAILS check(s) failed" >&2; exit 1; }
