@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Builds the Debian packages flashwright, libvxhmx5, libvxhmx-dev and vxemu
-# into build-deb/, runs lintian on them and lists where each file goes.
+# Builds the Debian source package and the binary packages flashwright,
+# libvxhmx5, libvxhmx-dev and vxemu into build-deb/, runs lintian on them and
+# lists where each file goes.
 # Installs what it needs first (the build dependencies, debhelper, lintian).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -23,12 +24,12 @@ mkdir -p "$tree"
 git ls-files -z --cached | (cd "$src" && xargs -0 cp --parents -t "$tree")
 
 start=$(date +%s)
-(cd "$tree" && dpkg-buildpackage -us -uc -b -j2) >"$out/build.log" 2>&1 || {
+(cd "$tree" && dpkg-buildpackage -us -uc -j2) >"$out/build.log" 2>&1 || {
   tail -40 "$out/build.log" >&2
   echo "package: dpkg-buildpackage failed; full log in $out/build.log" >&2
   exit 1
 }
-mv "$out"/src/*.deb "$out"/src/*.changes "$out"/src/*.buildinfo "$out"/
+mv "$out"/src/*.deb "$out"/src/*.dsc "$out"/src/*.tar.* "$out"/src/*.changes "$out"/src/*.buildinfo "$out"/
 rm -rf "$out/src"
 echo "package: built in $(($(date +%s) - start)) s:"
 ls -1 "$out"/*.deb
