@@ -8,6 +8,7 @@
 
 #include "byte_view.h"
 #include "messages.h"
+#include "oss_files.h"
 
 namespace {
 
@@ -171,7 +172,7 @@ int WalkOptionROMChain(std::span<const uint8_t> buffer, const ImageVisitor &visi
 }
 
 int scanOptionROMFile(void *, const char *path) {
-    FILE *stream = path != nullptr ? std::fopen(path, "rb") : nullptr;
+    FILE *stream = path != nullptr ? OSSOpenImageFile(path) : nullptr;
     if (stream == nullptr) return 1;
     FileCloser closer{stream};
     WalkImageChain(
@@ -187,7 +188,7 @@ int scanOptionROMFile(void *, const char *path) {
 
 int validateOptionROMFile(const char *path, std::span<uint8_t> buffer, int32_t *maxSize) {
     if (maxSize == nullptr) return 1;
-    FILE *stream = path != nullptr ? std::fopen(path, "rb") : nullptr;
+    FILE *stream = path != nullptr ? OSSOpenImageFile(path) : nullptr;
     if (stream == nullptr) {
         *maxSize = 0;
         return 1;
@@ -268,19 +269,20 @@ int ComputeChecksum(int update, std::span<uint8_t> buffer, uint64_t offset) {
             static_cast<int>(size));
 
     // The checksum byte is the image's last byte; the one before it is left
-    // out of the sum on purpose. An image that does not lie inside the
-    // buffer (negative or zero size, or running past the end) has no
-    // checksum byte to check or set.
-    if (size < 2 || !view.has(offset, static_cast<uint64_t>(size))) return 0;
+    // out of the sum on purpose. A size of 0 or below (128 blocks or more)
+    // sums nothing and puts that byte before the image; it is checked or set
+    // there as long as it lies inside the buffer.
+    const int64_t at = static_cast<int64_t>(offset) + size - 1;
+    if (at < 0 || static_cast<uint64_t>(at) >= buffer.size()) return 0;
     uint8_t sum = 0;
     for (int64_t i = 0; i < size - 2; ++i) sum = static_cast<uint8_t>(sum + buffer[offset + static_cast<uint64_t>(i)]);
     const uint8_t checksum = static_cast<uint8_t>(256 - sum);
     FwTrace("ComputeChecksum: check sum (*)=%d (0x%x)", static_cast<int8_t>(sum), sum);
     FwTrace("ComputeChecksum: check sum(~)=%d (0x%x)", static_cast<int8_t>(checksum), checksum);
-    const uint64_t at = offset + static_cast<uint64_t>(size) - 1;
-    if (update == 0) return buffer[at] == checksum ? 1 : 0;
-    FwTrace("ComputeChecksum: Updating check sum 0x%x at offset 0x%x", checksum, static_cast<unsigned>(at));
-    buffer[at] = checksum;
+    const auto pos = static_cast<size_t>(at);
+    if (update == 0) return buffer[pos] == checksum ? 1 : 0;
+    FwTrace("ComputeChecksum: Updating check sum 0x%x at offset 0x%x", checksum, static_cast<unsigned>(pos));
+    buffer[pos] = checksum;
     return 1;
 }
 

@@ -152,12 +152,34 @@ TEST(OptionRom, ChecksumRules) {
     ASSERT_EQ(ComputeChecksum(1, two, 512), 1);
     EXPECT_EQ(ComputeChecksum(0, two, 512), 1);
 
-    // 128 blocks or more read as a negative size: nothing to check or set.
-    Bytes big = make_image(2, kCodeX86, true);
-    big[2] = 0x80;
-    const Bytes before = big;
-    EXPECT_EQ(ComputeChecksum(1, big, 0), 0);
-    EXPECT_EQ(big, before);
+    // 128 blocks or more read as a negative size: nothing is summed, the
+    // checksum is 0 and its byte lies before the image (offset + size - 1).
+    Bytes big(0x20000, 0x11);
+    const uint64_t at = 0x18000;
+    big[at + 2] = 0x80;  // -128 blocks: the byte at 0x18000 - 0x10000 - 1
+    EXPECT_EQ(ComputeChecksum(0, big, at), 0);
+    ASSERT_EQ(ComputeChecksum(1, big, at), 1);
+    EXPECT_EQ(big[at - 0x10001], 0);
+    EXPECT_EQ(ComputeChecksum(0, big, at), 1);
+    big[at + 2] = 0xFF;  // -1 block: the byte 513 before the image
+    EXPECT_EQ(ComputeChecksum(0, big, at), 0);
+    ASSERT_EQ(ComputeChecksum(1, big, at), 1);
+    EXPECT_EQ(big[at - 513], 0);
+    // A size byte of 0: the byte just before the image.
+    big[at + 2] = 0;
+    EXPECT_EQ(ComputeChecksum(0, big, at), 0);
+    ASSERT_EQ(ComputeChecksum(1, big, at), 1);
+    EXPECT_EQ(big[at - 1], 0);
+    // ... and where that byte would lie before the buffer, nothing is touched.
+    Bytes low = make_image(2, kCodeX86, true);
+    low[2] = 0x80;
+    const Bytes before = low;
+    EXPECT_EQ(ComputeChecksum(1, low, 0), 0);
+    EXPECT_EQ(ComputeChecksum(0, low, 0), 0);
+    low[2] = 0;
+    EXPECT_EQ(ComputeChecksum(1, low, 0), 0);
+    low[2] = 0x80;
+    EXPECT_EQ(low, before);
     // An image that runs past the buffer, or an offset past it.
     Bytes cut = make_image(2, kCodeX86, true);
     cut.resize(700);
