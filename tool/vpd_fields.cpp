@@ -154,7 +154,7 @@ uint32_t RetrieveVPDFieldFromBuffer(std::span<const uint8_t> buffer, const char 
         // shorter text, unterminated when the text fills it.
         const std::size_t n = std::min(len, output.size());
         const std::size_t t = std::min(std::strlen(text.data()), n);
-        std::memcpy(output.data(), text.data(), t);
+        if (t > 0) std::memcpy(output.data(), text.data(), t);  // an empty output may have no storage at all
         std::fill(output.begin() + static_cast<std::ptrdiff_t>(t), output.begin() + static_cast<std::ptrdiff_t>(n),
                   '\0');
         return 0;

@@ -282,6 +282,10 @@ TEST(VpdFieldWalk, NeverWritesPastTheOutput) {
     EXPECT_EQ(RetrieveVPDFieldFromBuffer(vpd, "SN", out.span(8)), 0u);
     EXPECT_EQ(std::string(out.buf.data(), 8), "SERIAL-N");
     EXPECT_EQ(out.buf[8], kGuard);
+    // No room at all: found, nothing copied (and no copy from or to null).
+    EXPECT_EQ(RetrieveVPDFieldFromBuffer(vpd, "SN", std::span<char>()), 0u);
+    EXPECT_EQ(RetrieveVPDFieldFromBuffer(vpd, "SN", out.span(0)), 0u);
+    EXPECT_EQ(out.buf[0], 'S');
 }
 
 TEST(VpdFieldWalk, FailuresAndMisses) {
