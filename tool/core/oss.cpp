@@ -90,8 +90,8 @@ int OSSInitialize(int, char **) {
     char cwd[kConfigPathSize] = {};
     // The path must still hold the "/" that ends it.
     if (getcwd(cwd, sizeof cwd) != nullptr && std::strlen(cwd) + 1 < kConfigPathSize) {
-        std::string path = cwd;
-        if (path.back() != '/') path += '/';
+        // Always one more "/": run from "/" the path is "//".
+        const std::string path = std::string(cwd) + '/';
         OSSSetConfigPath(path.c_str());
     } else {
         OSSSetConfigPath("./etc/");
