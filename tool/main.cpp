@@ -14,6 +14,7 @@
 #include "core.h"
 #include "messages.h"
 #include "oss.h"
+#include "oss_files.h"
 #include "run_sequence.h"
 #include "usage.h"
 #include "version_control.h"
@@ -24,8 +25,6 @@ pthread_cond_t g_mainProgressWaitCondition = PTHREAD_COND_INITIALIZER;
 pthread_mutex_t g_mainProgressWaitConditionMutex = PTHREAD_MUTEX_INITIALIZER;
 
 constexpr const char *kConfigMarker = "adapters.properties";
-
-bool file_exists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
 
 // Blocks SIGINT while the normal path cleans up, so the handler cannot run
 // the same teardown half-way through it.
@@ -54,7 +53,7 @@ int getConfigPath() {
         OSSSetConfigPath(dir.c_str());
         const std::string path = std::string(OSSGetConfigPath()) + kConfigMarker;
         FwTrace("getConfigPath: Adapter properties file=%s", path.c_str());
-        if (file_exists(path)) return 0;
+        if (OSSConfigFileExists(path.c_str())) return 0;
     }
     CoreLogMessage(kMsgError, "Configuration files not found in default or alternate paths!");
     return kExitNoConfiguration;

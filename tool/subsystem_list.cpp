@@ -8,6 +8,7 @@
 #include "core.h"
 #include "fw_strings.h"
 #include "messages.h"
+#include "oss_files.h"
 
 namespace {
 
@@ -50,7 +51,7 @@ int AddSubSystemToSubSystemList(SubSystemIDList *list, const char *f1, const cha
 }
 
 SubSystemIDListPtr BuildSubSystemListFromFile(const char *path) {
-    FILE *file = path != nullptr ? std::fopen(path, "r") : nullptr;
+    FILE *file = path != nullptr ? OSSOpenConfigFile(path, "r") : nullptr;
     if (file == nullptr) {
         CoreLogMessage(kMsgError, "Cannot open the adapter properties file %s !", path != nullptr ? path : "");
         return nullptr;

@@ -9,6 +9,7 @@
 #include "core.h"
 #include "fw_strings.h"
 #include "messages.h"
+#include "oss_files.h"
 
 VersionCtrList g_VersionCtrEntryList;
 
@@ -70,7 +71,7 @@ void PrintFlashCtrVersionList(const VersionCtrList *head) {
 }
 
 int BuildFlashCtrListFromFile(const char *path) {
-    FILE *file = path != nullptr ? std::fopen(path, "r") : nullptr;
+    FILE *file = path != nullptr ? OSSOpenConfigFile(path, "r") : nullptr;
     if (file == nullptr) {
         PrintLogMessage(kMsgError, "Cannot open file %s !", path != nullptr ? path : "");
         return 4;

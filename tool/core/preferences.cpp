@@ -9,6 +9,7 @@
 #include "core.h"
 #include "fw_strings.h"
 #include "messages.h"
+#include "oss_files.h"
 
 namespace {
 
@@ -49,7 +50,7 @@ int load_flag(const char *key, int32_t &setting) {
 FILE *PrefOpenPreferenceFile(const char *path) {
     // Read-write on purpose: the agent rewrites its preferences in place, so
     // a file it cannot write counts as missing.
-    FILE *file = path != nullptr ? std::fopen(path, "r+") : nullptr;
+    FILE *file = path != nullptr ? OSSOpenConfigFile(path, "r+") : nullptr;
     if (file == nullptr)
         CoreLogMessage(kMsgWarning, "PrefOpenPreferenceFile: Failed to open preference file (%s).",
                        path != nullptr ? path : "");

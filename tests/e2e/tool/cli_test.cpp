@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
+#include <filesystem>
+#include <functional>
 #include <regex>
 #include <string>
 #include <vector>
@@ -267,6 +270,52 @@ TEST_F(PrivateHost, ConfigurationDirectorySearch) {
     r = run({"-f"});
     EXPECT_EQ(r.status, 4);
     EXPECT_EQ(r.err, "Error: Cannot open file /etc/flashwright.properties !\r\n");
+}
+
+TEST_F(PrivateHost, TmpFilesCountOnlyWhenRootAloneCouldHavePutThem) {
+    const std::string tmp = stage_ / "tmp";
+    const std::string marker = tmp + "/adapters.properties";
+    const std::string versions = tmp + "/flashwright.properties";
+    const std::string rows = "0x10C6,0x1DE5,QX,1.28,1.02,1.10,4.0.90,../../../../etc/shadow\n";
+    // Planted by another user, writable by others, a link, a second name:
+    // as if there were no file, so the search finds nothing.
+    const std::vector<std::pair<std::string, std::function<void()>>> planted = {
+        {"owned by nobody", [&] { ASSERT_EQ(chown(marker.c_str(), kNobody, kNobody), 0); }},
+        {"writable by all", [&] { ASSERT_EQ(chmod(marker.c_str(), 0666), 0); }},
+        {"a link", [&] {
+             ASSERT_EQ(rename(marker.c_str(), (tmp + "/real").c_str()), 0);
+             ASSERT_EQ(symlink("real", marker.c_str()), 0);
+         }},
+        {"a second name", [&] { ASSERT_EQ(link(marker.c_str(), (tmp + "/other").c_str()), 0); }},
+    };
+    for (const auto &[what, plant] : planted) {
+        SCOPED_TRACE(what);
+        std::filesystem::remove_all(tmp);
+        mkdir(tmp.c_str(), 0755);
+        put("tmp", "adapters.properties");
+        put("tmp", "flashwright.properties", rows);
+        plant();
+        const auto r = run({"-f"});
+        EXPECT_EQ(r.status, 5);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, "");
+    }
+
+    // The marker is root's, the version file is not: that file is absent.
+    std::filesystem::remove_all(tmp);
+    mkdir(tmp.c_str(), 0755);
+    put("tmp", "adapters.properties");
+    put("tmp", "flashwright.properties", rows);
+    ASSERT_EQ(chown(versions.c_str(), kNobody, kNobody), 0);
+    auto r = run({"-f"});
+    EXPECT_EQ(r.status, 4);
+    EXPECT_EQ(r.err, "Error: Cannot open file /tmp/flashwright.properties !\r\n");
+
+    ASSERT_EQ(chown(versions.c_str(), 0, 0), 0);
+    r = run({"-f"});
+    EXPECT_EQ(r.status, 8);
+    EXPECT_EQ(r.out, kNoAdapterInfo);
+    EXPECT_EQ(r.err, "");
 }
 
 TEST_F(PrivateHost, InterruptEndsTheRunByTheSignal) {

@@ -19,7 +19,8 @@ mount -t tmpfs fwtmp /tmp
 rm -f /etc/SuSE-release /etc/redhat-release /etc/adapters.properties \
       /etc/flashwright.properties /etc/agent.properties
 if [ -n "$FW_STAGE" ] && [ -d "$FW_STAGE/etc" ]; then cp -R "$FW_STAGE/etc/." /etc/; fi
-if [ -n "$FW_STAGE" ] && [ -d "$FW_STAGE/tmp" ]; then cp -R "$FW_STAGE/tmp/." /tmp/; fi
+# Owners, modes and links of the staged /tmp files matter: keep them.
+if [ -n "$FW_STAGE" ] && [ -d "$FW_STAGE/tmp" ]; then cp -a "$FW_STAGE/tmp/." /tmp/ && chmod 1777 /tmp; fi
 cd "$FW_CWD"
 unset FW_STAGE FW_CWD
 exec "$@"
