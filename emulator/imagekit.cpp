@@ -167,7 +167,9 @@ Result<std::vector<uint8_t>> build_rom_image(const RomImageSpec &s, bool last) {
     const size_t blocks = s.blocks ? s.blocks : default_blocks(s.type);
     if (blocks > 127) return Result<std::vector<uint8_t>>::fail("image length above 127 blocks (64 KiB) cannot carry a checksum");
     const size_t len = blocks * 512;
-    const size_t needed = s.type == CodeType::bios && s.param_block ? kBiosParamMarker + 2 + kParamBlockBytes + 2 : kRomPcirOffset + 0x20 + 2;
+    if (s.param_block && s.param_bytes != kParamBlockBytes && s.param_bytes != kParamBlockBytesOld)
+        return Result<std::vector<uint8_t>>::fail("a parameter block is 256 or 512 bytes long");
+    const size_t needed = s.type == CodeType::bios && s.param_block ? kBiosParamMarker + 2 + s.param_bytes + 2 : kRomPcirOffset + 0x20 + 2;
     if (len < needed) return Result<std::vector<uint8_t>>::fail("image length of " + std::to_string(blocks) + " blocks is too small");
     if (s.model.size() > 18) return Result<std::vector<uint8_t>>::fail("model text longer than 18 characters");
     if (s.hw_type.size() > 4) return Result<std::vector<uint8_t>>::fail("hardware type longer than 4 characters");
@@ -197,11 +199,11 @@ Result<std::vector<uint8_t>> build_rom_image(const RomImageSpec &s, bool last) {
         std::memcpy(img.data() + kBiosModel, s.model.data(), s.model.size());
         img[kBiosModel + s.model.size()] = ' ';
         if (s.param_block) {
-            std::fill(img.begin() + kBiosParamMarker, img.begin() + kBiosParamMarker + 2 + kParamBlockBytes, 0);
+            std::fill(img.begin() + kBiosParamMarker, img.begin() + static_cast<std::ptrdiff_t>(kBiosParamMarker + 2 + s.param_bytes), 0);
             std::memcpy(img.data() + kBiosParamMarker, "MEFCX ", 6);
             // The block begins inside the marker (2 bytes in); its payload is a
             // seed-dependent pattern so a copied block can be recognised.
-            for (size_t i = 6; i < 2 + kParamBlockBytes; ++i)
+            for (size_t i = 6; i < 2 + s.param_bytes; ++i)
                 img[kBiosParamMarker + i] = static_cast<uint8_t>(0x80 | ((s.param_seed + i) & 0x3F));
         }
         break;
@@ -634,6 +636,7 @@ Result<std::vector<uint8_t>> build_boot_chain(const ChipInfo &chip, const BootCh
         r.device_id = chip.device_id;
         r.hw_type = s.hw_type ? *s.hw_type : std::string(chip.name.substr(3, 4));
         r.chip_code = s.chip_code ? *s.chip_code : chip.bios_chip_code;
+        r.param_bytes = param_block_bytes(chip);
         r.common = s.common_bios;
         r.model = s.model;
         r.ssvid = s.ssvid;

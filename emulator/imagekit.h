@@ -111,7 +111,8 @@ inline constexpr size_t kBiosDeviceId = 0x2A;
 inline constexpr size_t kBiosCommonMarker = 0x40;    // "MODL"
 inline constexpr size_t kBiosModel = 0x44;           // 19 bytes
 inline constexpr size_t kBiosParamMarker = 0x100;    // "MEFCX " parameter block
-inline constexpr size_t kParamBlockBytes = 512;      // block starts 2 bytes into the marker
+inline constexpr size_t kParamBlockBytes = 512;      // block starts 2 bytes into the marker (FCX14x class)
+inline constexpr size_t kParamBlockBytesOld = 256;   // older chips keep a shorter block
 inline constexpr size_t kEfiFcodeDeviceId = 0x22;
 
 struct RomImageSpec {
@@ -128,6 +129,7 @@ struct RomImageSpec {
     bool ssvid_label = true;       // "SSVID" label before the SSVID bytes
     std::string model = "VX2160";  // at most 18 characters, blank terminated
     bool param_block = true;       // carries the "MEFCX " parameter block
+    size_t param_bytes = kParamBlockBytes;  // its length: param_block_bytes() of the chip
     uint8_t param_seed = 0;        // pattern of the block, so tests can tell blocks apart
     // all:
     size_t blocks = 0;             // image length in 512-byte units (0 = kit default, max 127)
@@ -266,6 +268,12 @@ inline constexpr size_t kMultibootFirmwareOffset = 0x80000;
 
 // Boot images for a chip at the given versions (absent = not carried), in
 // the order BIOS, FCode, EFI, with IDs, codes and markers of that chip.
+// The parameter block a chip's BIOS image carries: 512 bytes on FCX14x-class
+// chips, 256 on older ones.
+[[nodiscard]] inline size_t param_block_bytes(const ChipInfo &chip) {
+    return chip.fcx14x_class ? kParamBlockBytes : kParamBlockBytesOld;
+}
+
 struct BootChainSpec {
     std::optional<std::pair<uint8_t, uint8_t>> bios, fcode, efi;
     bool common_bios = true;

@@ -223,6 +223,7 @@ int cmd_optrom(const Args &a) {
     base.device_id = chip->device_id;
     base.hw_type = std::string(chip->name.substr(3, 4));
     base.chip_code = chip->bios_chip_code;
+    base.param_bytes = param_block_bytes(*chip);
     base.common = false;
     if (a.has("device-id")) {
         auto v = num(a, "device-id", 0xFFFF, err);

@@ -133,6 +133,33 @@ TEST(OptionRom, RefusesImagesThatCannotCarryTheirFields) {
     EXPECT_FALSE(build_rom_image(s, true));
 }
 
+// Older chips keep a 256-byte parameter block, FCX14x-class chips 512 bytes;
+// the block starts 2 bytes into the "MEFCX " marker and carries the seed's
+// pattern, the bytes after it are code.
+TEST(OptionRom, ParameterBlockFollowsTheChip) {
+    for (const char *name : {"FCX123", "FCX120", "FCX141", "FCX160"}) {
+        SCOPED_TRACE(name);
+        const ChipInfo &chip = *find_chip(name);
+        const size_t bytes = chip.fcx14x_class ? 512 : 256;
+        EXPECT_EQ(param_block_bytes(chip), bytes);
+        BootChainSpec bc;
+        bc.bios = std::pair<uint8_t, uint8_t>(1, 2);
+        bc.fcode.reset();
+        bc.efi.reset();
+        const auto rom = build_boot_chain(chip, bc);
+        ASSERT_TRUE(rom);
+        const auto &b = rom.value();
+        ASSERT_EQ(std::memcmp(b.data() + kBiosParamMarker, "MEFCX ", 6), 0);
+        const size_t start = kBiosParamMarker + 2, end = start + bytes;
+        auto pattern = [&](size_t at) { return b[at] == static_cast<uint8_t>(0x80 | ((at - kBiosParamMarker) & 0x3F)); };
+        for (size_t at = kBiosParamMarker + 6; at < end; ++at) ASSERT_TRUE(pattern(at)) << at;
+        // The code after the block is the filler, not more of the block.
+        size_t differ = 0;
+        for (size_t at = end; at < end + 64; ++at) differ += pattern(at) ? 0 : 1;
+        EXPECT_GT(differ, 32u);
+    }
+}
+
 TEST(Firmware, SegmentsSumToZeroAndCarryFamilyAndVersion) {
     FirmwareSpec s;
     s.family = "FCX14";
