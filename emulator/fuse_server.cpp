@@ -143,7 +143,8 @@ void op_write(fuse_req_t req, fuse_ino_t, const char *data, size_t size, off_t o
     size_t written = 0;
     const int err = tree_of(req).write(
         fi->fh, static_cast<uint64_t>(off),
-        std::span<const uint8_t>(reinterpret_cast<const uint8_t *>(data), size), written);
+        std::span<const uint8_t>(reinterpret_cast<const uint8_t *>(data), size), written,
+        static_cast<unsigned>(fuse_req_ctx(req)->pid));
     if (err != 0) fuse_reply_err(req, err);
     else fuse_reply_write(req, written);
 }

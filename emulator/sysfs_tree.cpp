@@ -7,9 +7,36 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
+#include <fstream>
 #include <string_view>
 
 namespace vxemu {
+
+namespace {
+
+// The process (thread group) a thread belongs to; the thread itself when
+// /proc cannot tell.
+unsigned process_of(unsigned tid) {
+    std::ifstream in("/proc/" + std::to_string(tid) + "/status");
+    std::string line;
+    while (std::getline(in, line))
+        if (line.rfind("Tgid:", 0) == 0) return static_cast<unsigned>(std::strtoul(line.c_str() + 5, nullptr, 10));
+    return tid;
+}
+
+// Gone, or a zombie whose descriptors are already closed.
+bool process_gone(unsigned pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    if (!std::getline(in, line)) return true;
+    const size_t rp = line.rfind(')');
+    if (rp == std::string::npos || rp + 2 >= line.size()) return true;
+    const char state = line[rp + 2];
+    return state == 'Z' || state == 'X';
+}
+
+}  // namespace
 
 namespace {
 
@@ -376,7 +403,7 @@ int SysfsTree::read(uint64_t fh, uint64_t off, size_t size, std::vector<uint8_t>
     return 0;
 }
 
-int SysfsTree::optrom_ctl(const SysfsNode &n, std::string_view cmd, TrafficEntry &e) {
+int SysfsTree::optrom_ctl(const SysfsNode &n, std::string_view cmd, TrafficEntry &e, unsigned owner) {
     const Adapter &a = host_.adapters[static_cast<size_t>(n.adapter)];
     OptromSession &s = sessions_[std::make_pair(n.adapter, n.function)];
     const uint64_t flash = a.flash.size();
@@ -385,6 +412,18 @@ int SysfsTree::optrom_ctl(const SysfsNode &n, std::string_view cmd, TrafficEntry
         // lock: a start on top of an open access means a caller skipped its "0"
         // or two callers interleave on one control file. The new access still
         // replaces the old one, as the driver's single staging buffer would.
+        // An access whose process has gone (killed between its start and its
+        // "0") ended with that process, as the driver ends it when the last
+        // descriptor closes: logged once, against that process, and no fault
+        // of the caller now.
+        if (s.mode != OptromSession::Mode::idle && s.owner != 0 && process_gone(s.owner)) {
+            TrafficEntry left;
+            left.pid = s.owner;
+            left.offset = s.offset;
+            left.length = s.size;
+            log_attr(n, "abandoned", s.offset, s.size, 0, left);
+            s = OptromSession{};
+        }
         if (s.mode != OptromSession::Mode::idle)
             e.violation = "optrom_ctl " + std::string(cmd) + " while an earlier access is still open (no closing 0)";
         if (off > flash || size > flash - off || size == 0) {
@@ -392,6 +431,7 @@ int SysfsTree::optrom_ctl(const SysfsNode &n, std::string_view cmd, TrafficEntry
             return EINVAL;
         }
         s = OptromSession{};
+        s.owner = owner;
         s.mode = mode;
         s.offset = off;
         s.size = size;
@@ -441,7 +481,7 @@ int SysfsTree::optrom_ctl(const SysfsNode &n, std::string_view cmd, TrafficEntry
     return EINVAL;
 }
 
-int SysfsTree::write(uint64_t fh, uint64_t off, std::span<const uint8_t> data, size_t &written) {
+int SysfsTree::write(uint64_t fh, uint64_t off, std::span<const uint8_t> data, size_t &written, unsigned caller) {
     written = 0;
     auto it = open_.find(fh);
     if (it == open_.end()) return EBADF;
@@ -479,7 +519,7 @@ int SysfsTree::write(uint64_t fh, uint64_t off, std::span<const uint8_t> data, s
     int err = 0;
     switch (n.kind) {
     case AttrKind::optrom_ctl: {
-        err = optrom_ctl(n, cmd, e);
+        err = optrom_ctl(n, cmd, e, caller != 0 ? process_of(caller) : 0);
         if (err == -1) {  // commit
             OptromSession &s = sessions_[std::make_pair(n.adapter, n.function)];
             size_t count = s.staging.size();

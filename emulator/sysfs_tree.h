@@ -57,7 +57,8 @@ public:
     // File access; each returns 0 or a positive errno.
     int open(uint64_t ino, int flags, uint64_t &fh);
     int read(uint64_t fh, uint64_t off, size_t size, std::vector<uint8_t> &out);
-    int write(uint64_t fh, uint64_t off, std::span<const uint8_t> data, size_t &written);
+    // `caller` is the calling thread as this process sees it (0: unknown).
+    int write(uint64_t fh, uint64_t off, std::span<const uint8_t> data, size_t &written, unsigned caller = 0);
     void release(uint64_t fh);
 
     [[nodiscard]] size_t node_count() const { return nodes_.size(); }
@@ -75,6 +76,7 @@ private:
         uint64_t size = 0;
         std::vector<uint8_t> staging;
         uint64_t staged = 0;  // bytes accepted into staging (stop-after faults)
+        unsigned owner = 0;   // process that started the access (0: unknown)
     };
 
     uint64_t add(uint64_t parent, const std::string &name, NodeType type, mode_t mode);
@@ -85,7 +87,7 @@ private:
     void build();
 
     [[nodiscard]] std::string text_of(const SysfsNode &n) const;
-    int optrom_ctl(const SysfsNode &n, std::string_view cmd, TrafficEntry &e);
+    int optrom_ctl(const SysfsNode &n, std::string_view cmd, TrafficEntry &e, unsigned owner);
     void log_attr(const SysfsNode &n, const char *op, uint64_t off, uint64_t len, int err, TrafficEntry e);
 
     Host &host_;

@@ -54,4 +54,24 @@ expect_eq "$(echo "$OUT" | sed -n 6p)" "1:3" "older driver's class device"
 vx --host old.json --state st2 -- ./vxemu_probe query 0 1
 expect_eq "$RC" 86 "current header to an older adapter"
 expect_eq "$OUT" "rc=-1 errno=22" "refused with EINVAL"
+
+# A writer killed between its start and its closing "0" leaves an access the
+# driver ends with it: logged once against that process, and the next
+# process, which does everything right, is not blamed for it.
+vx --state st4 -- sh -c '
+H=/sys/bus/pci/drivers/vxa2xxx/0000:05:00.0/host5
+sh -c "printf \"2:148000:6\\0\" > $H/optrom_ctl; printf KILLED > $H/optrom; kill -9 \$\$"
+printf "1:148000:6\0" > $H/optrom_ctl; cat $H/optrom | od -An -c | tr -d " "; printf "0\0" > $H/optrom_ctl
+'
+expect_eq "$RC" 0 "the next caller is not blamed"
+expect_eq "$OUT" '377377377377377377' "the killed writer's bytes never reached the flash"
+expect_eq "$(log_lines st4/traffic.jsonl '"op":"abandoned"')" 1 "the abandoned access is logged once"
+expect_eq "$(log_lines st4/traffic.jsonl violation)" 0 "no violation"
+# A live process that starts over without its "0" is still a violation.
+vx --state st4 -- sh -c '
+H=/sys/bus/pci/drivers/vxa2xxx/0000:05:00.0/host5
+printf "1:148000:6\0" > $H/optrom_ctl; printf "1:148000:6\0" > $H/optrom_ctl; printf "0\0" > $H/optrom_ctl
+'
+expect_eq "$RC" 86 "a skipped 0 of a live caller"
+expect_has "$ERR" "first: optrom_ctl 1:148000:6 while an earlier access is still open" "named"
 finish
