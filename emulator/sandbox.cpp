@@ -8,6 +8,7 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -155,11 +156,16 @@ void build_dev(const SandboxConfig &cfg, const Host &host) {
     do_mount(stage.c_str(), "/dev", nullptr, MS_MOVE, "");
 }
 
-void build(const SandboxConfig &cfg, const Host &host, int sock) {
+// Runs in the forked child, in the machine's PID namespace: the mounts that
+// do not depend on the command's PID namespace, with /sys mounted from here so
+// that the FUSE server sees callers' process ids as the supervisor does.
+void build_outer(const SandboxConfig &cfg, const Host &host, int sock) {
     check(::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "prctl(PDEATHSIG)");
     UniqueFd fuse(::open("/dev/fuse", O_RDWR | O_CLOEXEC));
     check(fuse.valid(), "open(/dev/fuse)");
-    check(::unshare(CLONE_NEWNS | CLONE_NEWIPC | CLONE_NEWUTS) == 0, "unshare");
+    // The command gets a PID namespace of its own (entered by our next child),
+    // so its /proc shows only its own processes, never this machine's init.
+    check(::unshare(CLONE_NEWNS | CLONE_NEWIPC | CLONE_NEWUTS | CLONE_NEWPID) == 0, "unshare");
     do_mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, "");
 
     overlay("/etc", cfg.state_dir + "/etc-upper", cfg.run_dir + "/etc-work");
@@ -168,13 +174,10 @@ void build(const SandboxConfig &cfg, const Host &host, int sock) {
 
     build_dev(cfg, host);
 
-    const std::string devices = cfg.run_dir + "/proc-devices";
-    write_text(devices, emulated_proc_devices(read_text("/proc/devices"), host.driver.name, host.node.major,
-                                               host.registers_char_device()));
-    do_mount(devices.c_str(), "/proc/devices", nullptr, MS_BIND, "");
-    const std::string ostype = cfg.run_dir + "/ostype";
-    write_text(ostype, host.ostype + "\n");
-    do_mount(ostype.c_str(), "/proc/sys/kernel/ostype", nullptr, MS_BIND, "");
+    // Staged now, while the machine's /proc is still the one mounted.
+    write_text(cfg.run_dir + "/proc-devices", emulated_proc_devices(read_text("/proc/devices"), host.driver.name,
+                                                                    host.node.major, host.registers_char_device()));
+    write_text(cfg.run_dir + "/ostype", host.ostype + "\n");
 
     // /sys: the FUSE tree over the real sysfs, so /proc/mounts still lists a
     // sysfs at /sys (libsysfs looks for exactly that entry).
@@ -182,6 +185,15 @@ void build(const SandboxConfig &cfg, const Host &host, int sock) {
     do_mount("vxsysfs", "/sys", "fuse.vxsysfs", MS_NOSUID | MS_NODEV, opts);
     check(send_msg(sock, SetupMsg::fuse_fd, "", fuse.get()), "sendmsg(fuse)");
     fuse.reset();
+}
+
+// Runs as process 1 of the command's PID namespace: a /proc of that
+// namespace, with the emulated files bound over it, then the fresh /tmp.
+void build_inner(const SandboxConfig &cfg) {
+    check(::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "prctl(PDEATHSIG)");
+    do_mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, "");
+    do_mount((cfg.run_dir + "/proc-devices").c_str(), "/proc/devices", nullptr, MS_BIND, "");
+    do_mount((cfg.run_dir + "/ostype").c_str(), "/proc/sys/kernel/ostype", nullptr, MS_BIND, "");
 
     // /tmp last: the run directory may itself live below /tmp.
     // Keeping /tmp itself as the working directory would hand the real /tmp back.
@@ -196,14 +208,82 @@ void build(const SandboxConfig &cfg, const Host &host, int sock) {
     }
     keep.reset();
     check(::chdir(cfg.cwd.c_str()) == 0, "chdir(" + cfg.cwd + ")");
+}
 
+// In the command's process, last before exec.
+void load_command_filter(const SandboxConfig &cfg, const Host &host, int sock) {
     FilterOptions fo;
     fo.netlink = cfg.intercept_netlink;
     fo.node_open = host.node.open_fails;
     fo.setup_fd = sock;
+    fo.node_dev = static_cast<uint32_t>(makedev(host.node.major, host.node.minor));
     UniqueFd listener(load_filter(fo));
     check(listener.valid(), "seccomp_load");
     check(send_msg(sock, SetupMsg::listener_fd, "", listener.get()), "sendmsg(listener)");
+}
+
+// Waits for `child` and returns the status to end with: its exit status, or
+// 128 + the signal that killed it.
+int wait_status(pid_t child) {
+    int ws = 0;
+    while (::waitpid(child, &ws, 0) < 0)
+        if (errno != EINTR) return kSetupFailed;
+    if (WIFEXITED(ws)) return WEXITSTATUS(ws);
+    if (WIFSIGNALED(ws)) return 128 + WTERMSIG(ws);
+    return kSetupFailed;
+}
+
+// Setup failures are reported over the socket; the process then ends.
+template <class F>
+void or_report(int sock, F &&step) {
+    try {
+        step();
+    } catch (const SetupError &e) {
+        send_msg(sock, SetupMsg::error, e.what);
+        _exit(kSetupFailed);
+    } catch (...) {
+        send_msg(sock, SetupMsg::error, "sandbox setup failed");
+        _exit(kSetupFailed);
+    }
+}
+
+[[noreturn]] void exec_command(const SandboxConfig &cfg, int sock) {
+    std::vector<char *> argv;
+    for (const std::string &a : cfg.argv) argv.push_back(const_cast<char *>(a.c_str()));
+    argv.push_back(nullptr);
+    ::execvp(argv[0], argv.data());
+    const int err = errno;
+    send_msg(sock, SetupMsg::exec_error, cfg.argv[0] + ": " + std::strerror(err));
+    _exit(err == ENOENT ? kExecFailed : 126);
+}
+
+// Process 1 of the command's namespace: starts the command and reaps every
+// process of the namespace (orphans come here) until none is left, then ends
+// with the command's status. It stays outside the seccomp filter, so the
+// filter's last user is the command's last process.
+[[noreturn]] void namespace_init(const SandboxConfig &cfg, const Host &host, int sock) {
+    or_report(sock, [&] { build_inner(cfg); });
+    const pid_t command = ::fork();
+    if (command < 0) {
+        send_msg(sock, SetupMsg::error, std::string("fork: ") + std::strerror(errno));
+        _exit(kSetupFailed);
+    }
+    if (command == 0) {
+        or_report(sock, [&] { load_command_filter(cfg, host, sock); });
+        exec_command(cfg, sock);
+    }
+    ::close(sock);
+    int status = kSetupFailed;
+    for (;;) {
+        int ws = 0;
+        const pid_t p = ::waitpid(-1, &ws, 0);
+        if (p < 0) {
+            if (errno == EINTR) continue;
+            break;  // ECHILD: the namespace is empty
+        }
+        if (p == command) status = WIFEXITED(ws) ? WEXITSTATUS(ws) : WIFSIGNALED(ws) ? 128 + WTERMSIG(ws) : kSetupFailed;
+    }
+    _exit(status);
 }
 
 }  // namespace
@@ -216,22 +296,15 @@ void sandbox_child(const SandboxConfig &cfg, const Host &host, int sock) {
         ::close(sock);
         sock = high;
     }
-    try {
-        build(cfg, host, sock);
-    } catch (const SetupError &e) {
-        send_msg(sock, SetupMsg::error, e.what);
-        _exit(kSetupFailed);
-    } catch (...) {
-        send_msg(sock, SetupMsg::error, "sandbox setup failed");
+    or_report(sock, [&] { build_outer(cfg, host, sock); });
+    const pid_t init = ::fork();  // process 1 of the new PID namespace
+    if (init < 0) {
+        send_msg(sock, SetupMsg::error, std::string("fork: ") + std::strerror(errno));
         _exit(kSetupFailed);
     }
-    std::vector<char *> argv;
-    for (const std::string &a : cfg.argv) argv.push_back(const_cast<char *>(a.c_str()));
-    argv.push_back(nullptr);
-    ::execvp(argv[0], argv.data());
-    const int err = errno;
-    send_msg(sock, SetupMsg::exec_error, cfg.argv[0] + ": " + std::strerror(err));
-    _exit(err == ENOENT ? kExecFailed : 126);
+    if (init == 0) namespace_init(cfg, host, sock);
+    ::close(sock);
+    _exit(wait_status(init));
 }
 
 }  // namespace vxemu

@@ -133,6 +133,18 @@ int load_filter(const FilterOptions &opts) {
         if (rc == 0)
             rc = seccomp_rule_add(ctx, SCMP_ACT_NOTIFY, SCMP_SYS(setsockopt), 1, SCMP_A1(SCMP_CMP_EQ, kSolNetlink));
     }
+    if (opts.node_dev) {
+        // mknod(path, mode, dev) and mknodat(dirfd, path, mode, dev): block
+        // devices never, character devices only with the driver's number.
+        const scmp_datum_t dev = *opts.node_dev;
+        for (const auto &[nr, mode_arg] : {std::pair{SCMP_SYS(mknod), 1u}, std::pair{SCMP_SYS(mknodat), 2u}}) {
+            const scmp_arg_cmp blk{mode_arg, SCMP_CMP_MASKED_EQ, S_IFMT, S_IFBLK};
+            const scmp_arg_cmp chr{mode_arg, SCMP_CMP_MASKED_EQ, S_IFMT, S_IFCHR};
+            const scmp_arg_cmp other_dev{mode_arg + 1, SCMP_CMP_NE, dev, 0};
+            if (rc == 0) rc = seccomp_rule_add(ctx, SCMP_ACT_ERRNO(EPERM), nr, 1, blk);
+            if (rc == 0) rc = seccomp_rule_add(ctx, SCMP_ACT_ERRNO(EPERM), nr, 2, chr, other_dev);
+        }
+    }
     if (rc == 0 && opts.node_open) {
         rc = seccomp_rule_add(ctx, SCMP_ACT_NOTIFY, SCMP_SYS(open), 0);
         if (rc == 0) rc = seccomp_rule_add(ctx, SCMP_ACT_NOTIFY, SCMP_SYS(openat), 0);

@@ -8,6 +8,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,9 @@ struct FilterOptions {
     bool netlink = true;
     bool node_open = false;
     int setup_fd = -1;  // descriptor whose sends are never intercepted
+    // The one device node the command may create (the driver's, as its
+    // library does); every other device node is refused with EPERM.
+    std::optional<uint32_t> node_dev;
 };
 
 // Loads the filter into the calling process (no_new_privs is set first);
