@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "chipdata.h"
+#include "state_files.h"
 
 namespace vxemu {
 
@@ -36,31 +37,10 @@ std::string running_firmware_text(const Adapter &a) {
     return a.versions.firmware.present ? a.versions.firmware.text() : "1.00.00";
 }
 
-Result<std::vector<uint8_t>> read_file(const fs::path &p) {
-    std::ifstream in(p, std::ios::binary);
-    if (!in) return Result<std::vector<uint8_t>>::fail(p.string() + ": cannot open for reading");
-    std::vector<uint8_t> out((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) return Result<std::vector<uint8_t>>::fail(p.string() + ": read error");
-    return out;
-}
-
-Status write_file_atomic(const fs::path &p, std::span<const uint8_t> bytes) {
-    const fs::path tmp = p.string() + ".tmp";
-    {
-        std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
-        if (!out) return Status::fail(tmp.string() + ": cannot open for writing");
-        out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        out.flush();
-        if (!out) return Status::fail(tmp.string() + ": write error");
-    }
-    std::error_code ec;
-    fs::rename(tmp, p, ec);
-    if (ec) {
-        fs::remove(tmp, ec);
-        return Status::fail(p.string() + ": cannot rename into place");
-    }
-    return {};
-}
+// Bounds of the files a host description names: a flash image is at most the
+// chip's flash; NVRAM and VPD blocks are checked for their exact size later.
+constexpr size_t kMaxBlockFile = 0x10000;
+constexpr size_t kMaxHostFile = 64u << 20;
 
 bool safe_name(std::string_view n) {
     if (n.empty() || n == "." || n == ".." || n.size() > 64) return false;
@@ -188,12 +168,12 @@ public:
         return std::nullopt;
     }
 
-    std::optional<std::vector<uint8_t>> file(const json &j, const std::string &path) {
+    std::optional<std::vector<uint8_t>> file(const json &j, const std::string &path, size_t max) {
         auto s = string(j, path);
         if (!s) return std::nullopt;
         fs::path p(*s);
         if (p.is_relative() && !base_.empty()) p = base_ / p;
-        auto bytes = read_file(p);
+        auto bytes = read_bounded(p, max);
         if (!bytes) {
             fail(path, bytes.error().message);
             return std::nullopt;
@@ -366,7 +346,7 @@ void Parser::flash(const json &j, const std::string &p, const ChipInfo &chip, Ad
     if (!j.is_null() && !object(j, p, {"file", "bios", "fcode", "efi", "firmware", "common_bios", "firmware_family"})) return;
     if (j.is_object() && j.contains("file")) {
         if (j.size() > 1) return fail(p, "\"file\" cannot be combined with versions");
-        auto bytes = file(j["file"], p + ".file");
+        auto bytes = file(j["file"], p + ".file", a.flash.size());
         if (!bytes) return;
         if (bytes->size() > a.flash.size())
             return fail(p + ".file", "image of " + std::to_string(bytes->size()) + " bytes is larger than the " +
@@ -471,8 +451,8 @@ void Parser::function(const json &j, const std::string &p, const ChipInfo &chip,
     opt_number(j, "speed_code", p, pf.speed_code, 0xFFFFFFFF);
     opt_string(j, "model", p, pf.model, 127);
     opt_string(j, "serial", p, pf.serial, 31);
-    if (auto it = j.find("nvram_file"); it != j.end()) nvram_file = file(*it, p + ".nvram_file");
-    if (auto it = j.find("vpd_file"); it != j.end()) vpd_file = file(*it, p + ".vpd_file");
+    if (auto it = j.find("nvram_file"); it != j.end()) nvram_file = file(*it, p + ".nvram_file", kMaxBlockFile);
+    if (auto it = j.find("vpd_file"); it != j.end()) vpd_file = file(*it, p + ".vpd_file", kMaxBlockFile);
 
     vpd.identifier = "Varnix " + pf.model + " Fibre Channel Adapter";
     std::string pn = pf.model, ec = "A01", sn = pf.serial;
@@ -796,10 +776,47 @@ void derive_versions(Adapter &a) {
 
 Result<Host> parse_host_json(std::string_view text, const fs::path &origin) {
     json root;
+    // Where the parser is, so that a value it cannot take (a number beyond
+    // any field, such as 1e999) is reported with its field.
+    struct Frame {
+        bool array = false;
+        std::string key;
+        size_t index = 0;
+    };
+    std::vector<Frame> at;
+    auto track = [&at](int, json::parse_event_t event, json &parsed) {
+        auto element_done = [&at] {
+            if (!at.empty() && at.back().array) ++at.back().index;
+        };
+        switch (event) {
+        case json::parse_event_t::object_start: at.push_back({false, "", 0}); break;
+        case json::parse_event_t::array_start: at.push_back({true, "", 0}); break;
+        case json::parse_event_t::key:
+            if (!at.empty() && parsed.is_string()) at.back().key = parsed.get<std::string>();
+            break;
+        case json::parse_event_t::object_end:
+        case json::parse_event_t::array_end:
+            if (!at.empty()) at.pop_back();
+            element_done();
+            break;
+        case json::parse_event_t::value: element_done(); break;
+        }
+        return true;
+    };
+    auto where = [&at] {
+        std::string path;
+        for (const Frame &f : at) {
+            if (f.array) path += "[" + std::to_string(f.index) + "]";
+            else if (!f.key.empty()) path += (path.empty() ? "" : ".") + f.key;
+        }
+        return path.empty() ? std::string() : path + ": ";
+    };
     try {
-        root = json::parse(text.begin(), text.end());
-    } catch (const json::parse_error &e) {
-        return Result<Host>::fail(origin.string() + ": not valid JSON: " + e.what());
+        root = json::parse(text.begin(), text.end(), track);
+    } catch (const json::out_of_range &) {
+        return Result<Host>::fail(origin.string() + ": " + where() + "number out of range");
+    } catch (const json::exception &e) {
+        return Result<Host>::fail(origin.string() + ": " + where() + "not valid JSON: " + e.what());
     }
     Parser ps(origin, origin.parent_path());
     Host host;
@@ -890,7 +907,7 @@ Result<Host> parse_host_json(std::string_view text, const fs::path &origin) {
 }
 
 Result<Host> load_host_file(const fs::path &path) {
-    auto bytes = read_file(path);
+    auto bytes = read_bounded(path, kMaxHostFile);
     if (!bytes) return Result<Host>::fail(bytes.error().message);
     const std::string text(bytes.value().begin(), bytes.value().end());
     return parse_host_json(text, path);
@@ -906,12 +923,8 @@ Status load_state(Host &host, const fs::path &dir) {
         const fs::path ad = dir / "adapters" / a.name;
         if (!fs::is_directory(ad, ec)) continue;
         auto load = [&](const fs::path &p, size_t expect) -> std::optional<Result<std::vector<uint8_t>>> {
-            if (!fs::exists(p, ec)) return std::nullopt;
-            auto r = read_file(p);
-            if (r && r.value().size() != expect)
-                return Result<std::vector<uint8_t>>::fail(p.string() + ": expected " + std::to_string(expect) + " bytes, found " +
-                                                          std::to_string(r.value().size()));
-            return r;
+            if (!fs::exists(fs::symlink_status(p, ec))) return std::nullopt;
+            return read_state_file(p, expect);
         };
         if (auto f = load(ad / "flash.bin", a.flash.size())) {
             if (!*f) return Status::fail(f->error().message);
@@ -945,10 +958,10 @@ Status save_state(const Host &host, const fs::path &dir) {
         std::error_code ec;
         fs::create_directories(ad, ec);
         if (ec) return Status::fail(ad.string() + ": cannot create: " + ec.message());
-        if (Status st = write_file_atomic(ad / "flash.bin", a.flash); !st) return st;
+        if (Status st = write_state_file(ad / "flash.bin", a.flash); !st) return st;
         for (size_t i = 0; i < a.functions.size(); ++i) {
-            if (Status st = write_file_atomic(ad / ("nvram." + std::to_string(i) + ".bin"), a.functions[i].nvram); !st) return st;
-            if (Status st = write_file_atomic(ad / ("vpd." + std::to_string(i) + ".bin"), a.functions[i].vpd); !st) return st;
+            if (Status st = write_state_file(ad / ("nvram." + std::to_string(i) + ".bin"), a.functions[i].nvram); !st) return st;
+            if (Status st = write_state_file(ad / ("vpd." + std::to_string(i) + ".bin"), a.functions[i].vpd); !st) return st;
         }
     }
     return {};

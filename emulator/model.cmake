@@ -20,6 +20,7 @@ add_library(vxemu_model STATIC
   ${CMAKE_CURRENT_LIST_DIR}/flash_layout.cpp
   ${CMAKE_CURRENT_LIST_DIR}/imagekit.cpp
   ${CMAKE_CURRENT_LIST_DIR}/host_model.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/state_files.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mkimage_cli.cpp
   ${CMAKE_CURRENT_BINARY_DIR}/builtin_host.cpp)
 target_include_directories(vxemu_model PUBLIC ${CMAKE_CURRENT_LIST_DIR})

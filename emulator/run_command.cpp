@@ -26,6 +26,7 @@
 #include "netlink_service.h"
 #include "sandbox.h"
 #include "seccomp_supervisor.h"
+#include "state_files.h"
 #include "sysfs_tree.h"
 #include "traffic_log.h"
 #include "unique_fd.h"
@@ -149,8 +150,17 @@ int run_command(const RunOptions &opts) {
     }
     std::error_code ec;
     fs::create_directories(state_dir, ec);
+    if (ec) {
+        fail(state_dir + ": cannot create the state directory: " + ec.message());
+        return kExitSetup;
+    }
     state_dir = fs::absolute(state_dir, ec).lexically_normal().string();
     if (!state_dir.empty() && state_dir.back() == '/' && state_dir.size() > 1) state_dir.pop_back();
+    // Root writes here: nobody else may be able to plant a link in it.
+    if (const Status st = check_state_dir(state_dir); !st.ok()) {
+        fail(st.error().message);
+        return kExitSetup;
+    }
     if (const Status st = load_state(host, state_dir); !st.ok()) {
         fail(st.error().message);
         return kExitSetup;
@@ -158,7 +168,7 @@ int run_command(const RunOptions &opts) {
 
     TrafficLog log;
     const std::string log_path = opts.log_file.empty() ? state_dir + "/traffic.jsonl" : opts.log_file;
-    if (!log.open(log_path)) {
+    if (!log.open(log_path, opts.log_file.empty())) {
         fail("open(" + log_path + "): " + std::strerror(errno));
         return kExitSetup;
     }

@@ -1,7 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "traffic_log.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
 #include <nlohmann/json.hpp>
+
+#include "state_files.h"
 
 namespace vxemu {
 
@@ -9,9 +17,21 @@ TrafficLog::~TrafficLog() {
     if (file_ != nullptr) std::fclose(file_);
 }
 
-bool TrafficLog::open(const std::string &path) {
+bool TrafficLog::open(const std::string &path, bool in_state_dir) {
     if (file_ != nullptr) std::fclose(file_);
-    file_ = std::fopen(path.c_str(), "we");
+    file_ = nullptr;
+    int fd = -1;
+    if (in_state_dir) {
+        fd = create_state_file(path);
+    } else {
+        const std::filesystem::path dir = std::filesystem::path(path).parent_path();
+        struct stat st {};
+        const bool shared = ::stat(dir.empty() ? "." : dir.c_str(), &st) == 0 && (st.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+        fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | (shared ? O_NOFOLLOW : 0), 0644);
+    }
+    if (fd < 0) return false;
+    file_ = ::fdopen(fd, "w");
+    if (file_ == nullptr) ::close(fd);
     return file_ != nullptr;
 }
 

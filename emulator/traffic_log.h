@@ -38,8 +38,10 @@ public:
     TrafficLog(const TrafficLog &) = delete;
     TrafficLog &operator=(const TrafficLog &) = delete;
 
-    // Opens (truncates) the log file; false with errno on failure.
-    bool open(const std::string &path);
+    // Opens the log file empty; false with errno on failure. A log in the
+    // state directory is a fresh file renamed into place; elsewhere a link
+    // is only followed where nobody else could have planted it.
+    bool open(const std::string &path, bool in_state_dir);
     void record(const TrafficEntry &e);
     [[nodiscard]] unsigned violations() const { return violations_; }
     [[nodiscard]] const std::string &first_violation() const { return first_violation_; }

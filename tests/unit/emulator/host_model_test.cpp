@@ -100,6 +100,14 @@ TEST(HostJson, ErrorsNameTheFileAndTheField) {
         {R"({"faults": [{"kind": "busy"}]})", "test.json: faults[0]: a fault needs a \"command\" or an \"attribute\""},
         {R"({"faults": [{"command": 10, "kind": "melt"}]})", "faults[0].kind: expected status, errno, short, stop_after or busy"},
         {R"({"etc": {"/tmp/x": ""}})", "test.json: etc./tmp/x: path must lie under /etc/"},
+        // Numbers beyond any field, and files without an end, name their field too.
+        {R"({"adapters": [{"chip": "FCX141", "functions": [{"ssvid": 1e999}]}]})",
+         "test.json: adapters[0].functions[0].ssvid: number out of range"},
+        {R"({"faults": [{}, {"bytes": -1e400}]})", "test.json: faults[1].bytes: number out of range"},
+        {R"({"adapters": [{"chip": "FCX141", "flash": {"file": "/dev/zero"}}]})",
+         "test.json: adapters[0].flash.file: /dev/zero: larger than 1048576 bytes"},
+        {R"({"adapters": [{"functions": [{"vpd_file": "/dev/zero"}]}]})",
+         "test.json: adapters[0].functions[0].vpd_file: /dev/zero: larger than"},
     };
     for (const Case &c : cases) {
         auto h = parse_host_json(c.json, "test.json");
@@ -300,4 +308,39 @@ TEST(State, SecondRunBootsFromWhatTheFirstWrote) {
     ASSERT_FALSE(st);
     EXPECT_NE(st.error().message.find("flash.bin: expected 1048576 bytes, found 5"), std::string::npos) << st.error().message;
     EXPECT_EQ(fresh.adapters[0].versions.bios.text(), "1.00");  // nothing applied from a bad state
+}
+
+TEST(State, FilesAreNeverFollowedThroughLinksAndReadWithinTheirSize) {
+    fwtest::TempDir dir("vxemu-state");
+    const std::string desc = R"({"adapters": [{"name": "b", "chip": "FCX123"}]})";
+    Host host = parse_ok(desc);
+    std::filesystem::create_directories(dir / "adapters/b");
+    // Links planted where the state goes: replaced, the files behind them untouched.
+    fwtest::write_file(dir / "victim", "keep");
+    std::filesystem::create_symlink("../../victim", dir / "adapters/b/flash.bin");
+    std::filesystem::create_symlink("../../victim", dir / "adapters/b/flash.bin.tmp");
+    ASSERT_TRUE(save_state(host, dir.path()));
+    EXPECT_EQ(fwtest::read_file(dir / "victim"), "keep");
+    EXPECT_FALSE(std::filesystem::is_symlink(dir / "adapters/b/flash.bin"));
+    EXPECT_EQ(std::filesystem::file_size(dir / "adapters/b/flash.bin"), host.adapters[0].flash.size());
+    for (const auto &e : std::filesystem::directory_iterator(dir / "adapters/b")) {
+        const std::string name = e.path().filename().string();
+        EXPECT_TRUE(name == "flash.bin" || name == "flash.bin.tmp" || name.ends_with(".0.bin")) << name;
+    }
+
+    // A link or a device in the state is an error naming the file, and a
+    // huge file is refused by its size, not read.
+    std::filesystem::remove(dir / "adapters/b/flash.bin");
+    std::filesystem::create_symlink("/dev/zero", dir / "adapters/b/flash.bin");
+    Status st = load_state(host, dir.path());
+    ASSERT_FALSE(st);
+    EXPECT_NE(st.error().message.find("adapters/b/flash.bin: cannot open for reading"), std::string::npos)
+        << st.error().message;
+    std::filesystem::remove(dir / "adapters/b/flash.bin");
+    fwtest::write_file(dir / "adapters/b/flash.bin", "");
+    std::filesystem::resize_file(dir / "adapters/b/flash.bin", uintmax_t{1} << 40);  // sparse
+    st = load_state(host, dir.path());
+    ASSERT_FALSE(st);
+    EXPECT_NE(st.error().message.find("flash.bin: expected 1048576 bytes, found 1099511627776"), std::string::npos)
+        << st.error().message;
 }
