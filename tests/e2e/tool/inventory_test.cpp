@@ -115,8 +115,11 @@ protected:
     // Listings read the adapters and never write them.
     void expect_read_only() {
         const std::string log = traffic();
-        for (const char *write : {"\"command\":11,", "\"command\":13,", "\"command\":15,", "\"command\":18,",
-                                  "\"op\":\"write\""})
+        // (the library's probe of chunked flash access writes "4" to optrom_ctl)
+        for (const char *write : {"\"command\":7,", "\"command\":10,", "\"command\":13,", "\"command\":18,", "\"command\":24,",
+                                  "\"attribute\":\"optrom\",\"op\":\"write\"",
+                                  "\"attribute\":\"nvram\",\"op\":\"write\"",
+                                  "\"attribute\":\"vpd\",\"op\":\"write\""})
             EXPECT_EQ(count(log, write), 0) << write;
         EXPECT_EQ(count(log, "violation"), 0);
     }
@@ -284,4 +287,36 @@ TEST_F(Listing, ADriverNodeWithoutInstancesFailsTheLoadEvenBesideSysfsPorts) {
     // Every instance tried the load again; no sysfs port was read.
     EXPECT_EQ(count(traffic(), "\"command\":255,"), 31);
     EXPECT_EQ(count(traffic(), "\"attribute\":\"nvram\""), 0);
+}
+
+TEST_F(Listing, TheRenamedBladeBoardShowsItsFixedModelName) {
+    // Another OEM's blade board whose two ports share one BIOS chip.
+    const std::vector<Card> cards{
+        {"blade", "FCX160", "VX2162", "VXE0000160", "0x1E31", "0x0164", kFlash160,
+         {{"0000:05:00.0", "2000001de5160000", "2100001de5160000", "0x010200", ""},
+          {"0000:05:00.1", "2000001de5160000", "2100001de5160001", "0x010300", ""}}},
+    };
+    const auto r = run(host_json(cards), {"/l"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, host_block() + lines({kSeparator, "HBA Model VX2462-BL:",
+                                           "  Port 1 WWPN 21-00-00-1D-E5-16-00-00 SN VXE0000160 (HBA 0) Loop down",
+                                           "  Port 2 WWPN 21-00-00-1D-E5-16-00-01 SN VXE0000160 (HBA 1) Loop down",
+                                           kSeparator, "Total Varnix HBA(s) : 1\n"}));
+}
+
+TEST_F(Listing, ADriverServingThroughSysfsHasNoCharacterDeviceToProbe) {
+    std::vector<Card> cards = ordered_cards();
+    cards.resize(1);
+    const auto r = run(host_json(cards, "", "sysfs"), {"/l"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, host_block() + lines({kSeparator, "HBA Model VX2162:",
+                                           "  Port 1 WWPN 21-00-00-1D-E5-16-00-00 SN VXC0000160 (HBA 1) Online",
+                                           "  Port 2 WWPN 21-00-00-1D-E5-16-00-01 SN VXC0000160 (HBA 0) Loop down",
+                                           kSeparator, "Total Varnix HBA(s) : 1\n"}));
+    // No node to find: the load went straight to sysfs.
+    const std::string log = traffic();
+    EXPECT_EQ(count(log, "\"kind\":\"ioctl\""), 0);
+    EXPECT_EQ(count(log, "\"attribute\":\"dev\""), 0);
+    expect_read_only();
 }
