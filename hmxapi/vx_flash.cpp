@@ -257,8 +257,9 @@ uint32_t offset_access(int Device, uint8_t *buf, uint32_t size, uint32_t offset,
     if (!resolve(Device, port)) return HMX_ERR_INVALID_HANDLE;
     if (buf == nullptr || size == 0) return HMX_ERR_INVALID_PARAMETER;
     uint32_t st = 0, detail = 0;
-    const int rc = write ? vxapi_update_optrom(port.fd, port.idx, buf, size, vxhmx::kRegionRawFlash, offset, &st, &detail)
-                         : vxapi_read_optrom(port.fd, port.idx, buf, size, vxhmx::kRegionRawFlash, offset, &st, &detail);
+    constexpr uint32_t raw = vxhmx::kRegionRawFlash;
+    const int rc = write ? vxapi_update_optrom(port.fd, port.idx, buf, size, raw, offset, &st, &detail)
+                         : vxapi_read_optrom(port.fd, port.idx, buf, size, raw, offset, &st, &detail);
     return vxflash_status(rc, st, detail);
 }
 

@@ -103,9 +103,10 @@ int vxapi_send(int fd, int api_idx, const VxCall &call, uint32_t *status, uint32
 
 namespace {
 
-// A data read that must come back whole: a reply that carries fewer bytes
-// than asked leaves part of the buffer as it was, and nothing may be taken
-// from it (least of all written back to the adapter), so it is a data
+// A request whose reply must come back whole (a fixed-size record, a flash,
+// NVRAM or VPD read): a reply that carries fewer bytes than asked leaves
+// part of the buffer as it was, and nothing may be taken from it as
+// complete (least of all written back to the adapter), so it is a data
 // underrun (completion code 8) whatever status the driver gave.
 int send_whole_read(int fd, int api_idx, const VxCall &call, uint32_t *status, uint32_t *detail) {
     uint32_t returned = 0;
@@ -121,10 +122,10 @@ int send_whole_read(int fd, int api_idx, const VxCall &call, uint32_t *status, u
 
 int vxapi_query_hbanode(int fd, int api_idx, EXT_HBA_NODE *node, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_query_hbanode(fd, api_idx, node, status);
-    const int rc = vxapi_send(fd, api_idx,
-                              {"vxapi_query_hbanode", EXT_CC_QUERY, EXT_SC_QUERY_HBA_NODE, 0, nullptr, 0, node,
-                               sizeof *node},
-                              status, detail);
+    const int rc = send_whole_read(fd, api_idx,
+                                   {"vxapi_query_hbanode", EXT_CC_QUERY, EXT_SC_QUERY_HBA_NODE, 0, nullptr, 0, node,
+                                    sizeof *node},
+                                   status, detail);
     if (rc == 0 && node != nullptr) {
         // Drivers for virtualised hosts report every port of the adapter;
         // the management view is one port per instance there.
@@ -136,36 +137,39 @@ int vxapi_query_hbanode(int fd, int api_idx, EXT_HBA_NODE *node, uint32_t *statu
 
 int vxapi_query_hbaport(int fd, int api_idx, EXT_HBA_PORT *port, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_query_hbaport(fd, api_idx, port, status);
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_query_hbaport", EXT_CC_QUERY, EXT_SC_QUERY_HBA_PORT, 0, nullptr, 0, port, sizeof *port},
-                      status, detail);
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_query_hbaport", EXT_CC_QUERY, EXT_SC_QUERY_HBA_PORT, 0, nullptr, 0, port,
+                            sizeof *port},
+                           status, detail);
 }
 
-int vxapi_query_discport(int fd, int api_idx, uint16_t port_index, EXT_DISC_PORT *port, uint32_t *status, uint32_t *detail) {
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_query_discport", EXT_CC_QUERY, EXT_SC_QUERY_DISC_PORT, port_index, nullptr, 0, port,
-                       sizeof *port},
-                      status, detail);
+int vxapi_query_discport(int fd, int api_idx, uint16_t port_index, EXT_DISC_PORT *port, uint32_t *status,
+                         uint32_t *detail) {
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_query_discport", EXT_CC_QUERY, EXT_SC_QUERY_DISC_PORT, port_index, nullptr, 0, port,
+                            sizeof *port},
+                           status, detail);
 }
 
-int vxapi_query_disctgt(int fd, int api_idx, uint16_t target_index, EXT_DISC_PORT *target, uint32_t *status, uint32_t *detail) {
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_query_disctgt", EXT_CC_QUERY, EXT_SC_QUERY_DISC_TGT, target_index, nullptr, 0, target,
-                       sizeof *target},
-                      status, detail);
+int vxapi_query_disctgt(int fd, int api_idx, uint16_t target_index, EXT_DISC_PORT *target, uint32_t *status,
+                        uint32_t *detail) {
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_query_disctgt", EXT_CC_QUERY, EXT_SC_QUERY_DISC_TGT, target_index, nullptr, 0,
+                            target, sizeof *target},
+                           status, detail);
 }
 
 int vxapi_query_chip(int fd, int api_idx, EXT_CHIP *chip, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_query_chip(fd, api_idx, chip, status);
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_query_chip", EXT_CC_QUERY, EXT_SC_QUERY_CHIP, 0, nullptr, 0, chip, sizeof *chip},
-                      status, detail);
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_query_chip", EXT_CC_QUERY, EXT_SC_QUERY_CHIP, 0, nullptr, 0, chip, sizeof *chip},
+                           status, detail);
 }
 
 int vxapi_query_cnaport(int fd, int api_idx, uint8_t *buf128, uint32_t *status, uint32_t *detail) {
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_query_cnaport", EXT_CC_QUERY, EXT_SC_QUERY_CNA_PORT, 0, nullptr, 0, buf128, 128},
-                      status, detail);
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_query_cnaport", EXT_CC_QUERY, EXT_SC_QUERY_CNA_PORT, 0, nullptr, 0, buf128, 128},
+                           status, detail);
 }
 
 int vxapi_query_adapter_versions(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status) {
@@ -190,46 +194,48 @@ int vxapi_async_event_get(int fd, int api_idx, EXT_ASYNC_EVENT *events, uint32_t
 
 int vxapi_query_driver(int fd, int api_idx, EXT_DRIVER *drv, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_query_driver(fd, api_idx, drv, status);
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_query_driver", EXT_CC_GET_DATA, EXT_SC_GET_DRIVER, 0, nullptr, 0, drv, sizeof *drv},
-                      status, detail);
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_query_driver", EXT_CC_GET_DATA, EXT_SC_GET_DRIVER, 0, nullptr, 0, drv, sizeof *drv},
+                           status, detail);
 }
 
 int vxapi_query_fw(int fd, int api_idx, EXT_FW *fw, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_query_fw(fd, api_idx, fw, status);
-    return vxapi_send(fd, api_idx, {"vxapi_query_fw", EXT_CC_GET_DATA, EXT_SC_GET_FW, 0, nullptr, 0, fw, sizeof *fw},
-                      status, detail);
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_query_fw", EXT_CC_GET_DATA, EXT_SC_GET_FW, 0, nullptr, 0, fw, sizeof *fw},
+                           status, detail);
 }
 
 int vxapi_get_statistics(int fd, int api_idx, EXT_STATISTICS *stats, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_get_statistics(fd, api_idx, stats, status);
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_get_statistics", EXT_CC_GET_DATA, EXT_SC_GET_STATISTICS, 0, nullptr, 0, stats,
-                       sizeof *stats},
-                      status, detail);
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_get_statistics", EXT_CC_GET_DATA, EXT_SC_GET_STATISTICS, 0, nullptr, 0, stats,
+                            sizeof *stats},
+                           status, detail);
 }
 
 int vxapi_get_port_statistics(int fd, int api_idx, const EXT_DEST_ADDR *dest, EXT_STATISTICS *stats,
                               uint32_t *status, uint32_t *detail) {
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_get_port_statistics", EXT_CC_GET_DATA, EXT_SC_GET_PORT_STATISTICS, 0, dest,
-                       sizeof *dest, stats, sizeof *stats},
-                      status, detail);
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_get_port_statistics", EXT_CC_GET_DATA, EXT_SC_GET_PORT_STATISTICS, 0, dest,
+                            sizeof *dest, stats, sizeof *stats},
+                           status, detail);
 }
 
 int vxapi_get_fc4_statistics(int fd, int api_idx, const EXT_DEST_ADDR *dest, EXT_STATISTICS *stats,
                              uint32_t *status, uint32_t *detail) {
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_get_fc4_statistics", EXT_CC_GET_DATA, EXT_SC_GET_FC4_STATISTICS, 0, dest, sizeof *dest,
-                       stats, sizeof *stats},
-                      status, detail);
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_get_fc4_statistics", EXT_CC_GET_DATA, EXT_SC_GET_FC4_STATISTICS, 0, dest,
+                            sizeof *dest, stats, sizeof *stats},
+                           status, detail);
 }
 
 int vxapi_get_beacon(int fd, int api_idx, EXT_BEACON_CONTROL *beacon, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_get_beacon(fd, api_idx, beacon, status);
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_get_beacon", EXT_CC_GET_DATA, EXT_SC_GET_BEACON, 0, nullptr, 0, beacon, sizeof *beacon},
-                      status, detail);
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_get_beacon", EXT_CC_GET_DATA, EXT_SC_GET_BEACON, 0, nullptr, 0, beacon,
+                            sizeof *beacon},
+                           status, detail);
 }
 
 int vxapi_set_beacon(int fd, int api_idx, const EXT_BEACON_CONTROL *beacon, uint32_t *status, uint32_t *detail) {
@@ -277,8 +283,9 @@ int vxapi_read_optrom(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t 
         subcode = EXT_SC_RAW_FLASH;
     }
     return send_whole_read(fd, api_idx,
-                           {"vxapi_read_optrom", EXT_CC_READ_OPTION_ROM, subcode, 0, nullptr, len, buf, len, offset},
-                           status, detail);
+                                {"vxapi_read_optrom", EXT_CC_READ_OPTION_ROM, subcode, 0, nullptr, len, buf, len,
+                                 offset},
+                                status, detail);
 }
 
 uint32_t vxapi_get_flash_sector_size(int fd, int api_idx) {
@@ -348,7 +355,8 @@ int vxapi_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len, u
 
 int vxapi_get_nvram(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_get_nvram(fd, api_idx, buf, len, status);
-    return send_whole_read(fd, api_idx, {"vxapi_get_nvram", EXT_CC_GET_NVRAM, 0, 0, nullptr, 0, buf, len}, status, detail);
+    return send_whole_read(fd, api_idx, {"vxapi_get_nvram", EXT_CC_GET_NVRAM, 0, 0, nullptr, 0, buf, len}, status,
+                           detail);
 }
 
 int vxapi_set_nvram(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail) {
@@ -369,7 +377,8 @@ int vxapi_set_vpd(int fd, int api_idx, const uint8_t *buf, uint32_t len, uint32_
 int vxapi_get_optrom_layout(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status, uint32_t *detail) {
     if (is_sysfs(api_idx)) return vxsysfs_get_optrom_layout(fd, api_idx, buf, len, status);
     return vxapi_send(fd, api_idx,
-                      {"vxapi_get_optrom_layout", EXT_CC_GET_OPTION_ROM_LAYOUT, 0, 0, nullptr, 0, buf, len}, status, detail);
+                      {"vxapi_get_optrom_layout", EXT_CC_GET_OPTION_ROM_LAYOUT, 0, 0, nullptr, 0, buf, len}, status,
+                      detail);
 }
 
 int vxapi_activate_region(int fd, int api_idx, uint16_t region, uint32_t *status) {
@@ -380,9 +389,10 @@ int vxapi_activate_region(int fd, int api_idx, uint16_t region, uint32_t *status
 
 int vxapi_get_driver_specifics(int fd, int api_idx, EXT_LN_DRIVER_DATA *data, uint32_t *status) {
     if (is_sysfs(api_idx)) return vxsysfs_get_driver_specifics(fd, api_idx, data, status);
-    return vxapi_send(fd, api_idx,
-                      {"vxapi_get_driver_specifics", EXT_CC_DRIVER_SPECIFIC, 0, 0, nullptr, 0, data, sizeof *data},
-                      status);
+    return send_whole_read(fd, api_idx,
+                           {"vxapi_get_driver_specifics", EXT_CC_DRIVER_SPECIFIC, 0, 0, nullptr, 0, data,
+                            sizeof *data},
+                           status, nullptr);
 }
 
 int vxapi_wwpn_to_scsiaddr(int fd, int api_idx, const uint8_t wwpn[8], EXT_SCSI_ADDR *addr, uint32_t *status) {

@@ -767,13 +767,16 @@ TEST(XferStatuses, EveryCallConvertsTheDriversCompletionCode) {
                     { "adapter": "fcx141", "command": "0x06", "subcode": 8, "kind": "status", "status": 2 },
                     { "adapter": "fcx141", "command": "0x07", "subcode": 8, "kind": "status", "status": 2 },
                     { "adapter": "fcx141", "command": "0x00", "subcode": 9, "kind": "status", "status": 2 },
+                    { "adapter": "fcx141", "command": "0x00", "subcode": 2, "kind": "short", "bytes": 8 },
                     { "adapter": "fcx123", "command": "0x0F", "kind": "status", "status": 15, "detail": 8 })");
     Host h(fh.path());
     const auto r = h.run(xc("statuses 1") + xc("read 0 0x05 0x100000 got.bin"));
     ASSERT_EQ(r.status, 0) << r.err;
-    // Status 15 goes by its SCSI status (8: busy); 2 is a busy device. The
-    // record of a failed call is left as it was.
-    EXPECT_EQ(r.out, "driver status=0x20000042\nstatistics status=0x20000067\nbeacon-get status=0x20000067\n"
+    // Status 15 goes by its SCSI status (8: busy); 2 is a busy device; a
+    // record that comes back short is a data underrun. The record of a
+    // failed call is left as it was.
+    EXPECT_EQ(r.out, "driver status=0x20000042\nport status=0x2000006c\nstatistics status=0x20000067\n"
+                     "beacon-get status=0x20000067\n"
                      "beacon=0x5a5a\nbeacon-set status=0x20000067\ncna status=0x20000067\nclose status=0x00000000\n"
                      "read status=0x20000042\nclose status=0x00000000\n");
 }

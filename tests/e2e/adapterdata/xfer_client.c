@@ -20,7 +20,7 @@
  *                                                with TAG: creates ready.TAG once open and
  *                                                starts writing when a file "go" exists
  *   xfer_client badhandle                        calls with handle 0x7777
- *   xfer_client statuses INSTANCE                driver, statistics, beacon and CNA calls
+ *   xfer_client statuses INSTANCE                driver, port, statistics, beacon and CNA calls
  *   xfer_client churn INSTANCE COUNT             COUNT opens and closes, failures printed
  */
 #define _POSIX_C_SOURCE 200809L
@@ -149,11 +149,13 @@ static int props(int h) {
 
 static int statuses(int h) {
     DRIVERPROPERTY drv;
+    DEVICEPORTPROPERTY port;
     STATISTICS stats;
     uint32_t beacon = 0x5A5A;
     uint8_t cna[128];
     memset(&stats, 0, sizeof stats);
     status("driver", HmGetHbaDeviceDriverProperty(h, &drv));
+    status("port", HmGetHbaDevicePortProperty(h, 0, &port));
     status("statistics", HmGetStatistics(h, 0, &stats));
     status("beacon-get", HmGetBeaconControl(h, &beacon));
     printf("beacon=0x%x\n", (unsigned)beacon);
