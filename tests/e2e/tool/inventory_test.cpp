@@ -320,3 +320,37 @@ TEST_F(Listing, ADriverServingThroughSysfsHasNoCharacterDeviceToProbe) {
     EXPECT_EQ(count(log, "\"attribute\":\"dev\""), 0);
     expect_read_only();
 }
+
+TEST_F(Listing, TheExampleHostsOfBothDriverGenerations) {
+    // The built-in lab: the current driver, four ports on three adapters.
+    fwtest::write_file(dir_ / "adapters.properties",
+                       fwtest::read_file(fwtest::source_path("examples/lab/adapters.properties")));
+    fwtest::RunOptions opts;
+    opts.cwd = dir_.path();
+    opts.unset_env = {"VX_FCAPI_DEBUG"};
+    opts.timeout_seconds = 60;
+    auto r = fwtest::run({fwtest::bin_path("vxemu"), "run", "--", fwtest::bin_path("flashwright"), "/l"}, opts);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, host_block() + lines({kSeparator, "HBA Model VX2123:",
+                                           "  Port 1 WWPN 21-00-00-1D-E5-12-00-00 SN D27698 (HBA 3) Unknown",
+                                           "HBA Model VX2141:",
+                                           "  Port 1 WWPN 21-00-00-1D-E5-14-00-00 SN VXA4200141 (HBA 2) Unknown",
+                                           "HBA Model VX2162:",
+                                           "  Port 1 WWPN 21-00-00-1D-E5-16-00-00 SN VXA4200160 (HBA 0) Loop down",
+                                           "  Port 2 WWPN 21-00-00-1D-E5-16-00-01 SN VXA4200160 (HBA 1) Online",
+                                           kSeparator, "Total Varnix HBA(s) : 3\n"}));
+
+    // The legacy lab: the older driver, reached with the older request layout.
+    r = run(fwtest::read_file(fwtest::source_path("examples/lab-legacy/host.json")), {"/l"},
+            fwtest::read_file(fwtest::source_path("examples/lab-legacy/adapters.properties")));
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, host_block() + lines({kSeparator, "HBA Model VX2123:",
+                                           "  Port 1 WWPN 21-00-00-1D-E5-12-30-00 SN D39986 (HBA 2) Unknown",
+                                           "HBA Model VX2442:",
+                                           "  Port 1 WWPN 21-00-00-1D-E5-44-00-00 SN VXA3100144 (HBA 0) Loop down",
+                                           "  Port 2 WWPN 21-00-00-1D-E5-44-00-01 SN VXA3100144 (HBA 1) Loop down",
+                                           kSeparator, "Total Varnix HBA(s) : 2\n"}));
+    EXPECT_GT(count(traffic(), "\"layout\":\"old\""), 0);
+}
