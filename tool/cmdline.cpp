@@ -7,6 +7,7 @@
 #include "core.h"
 #include "display.h"
 #include "messages.h"
+#include "optrom_request.h"
 #include "oss.h"
 #include "update_policy.h"
 #include "usage.h"
@@ -59,6 +60,7 @@ void InitializeParameters() {
     g_bUpdateFlash = 0;
     g_iFlashMode = kFlashModeDefault;
     DeleteFlashCtrVersionList();
+    freeUserOptionROMReq();
 }
 
 void CleanUpArgumentList() {

@@ -13,6 +13,7 @@
 #include "cmdline.h"
 #include "core.h"
 #include "messages.h"
+#include "optrom_request.h"
 #include "oss.h"
 #include "oss_files.h"
 #include "run_sequence.h"
@@ -100,6 +101,7 @@ void cleanup() {
     RemoveAllAdaptersFromAdapterList();
     DeleteFlashCtrVersionList();
     FwTrace("DeleteFlashCtrVersionList: OK.");
+    freeUserOptionROMReq();
 }
 
 void CtrlHandler(int signalNumber) {
