@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Installs what is missing, builds, and runs the default update on the
-# built-in emulated lab host (as root: vxemu builds a private sandbox).
+# built-in emulated lab host, with the adapter listing before and after and a
+# second update that finds nothing to do (as root: vxemu builds a private sandbox).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
@@ -18,6 +19,12 @@ cd "$build/examples/lab"
 echo "== flashwright /i: the lab's adapters before the update"
 ../../bin/vxemu run --state "$state" -- ../../bin/flashwright /i || true
 echo "== flashwright (default update) on the emulated lab host"
+status=0
+../../bin/vxemu run --state "$state" -- ../../bin/flashwright || status=$?
+echo "== exit status $status"
+echo "== flashwright /i: the same adapters after the update"
+../../bin/vxemu run --state "$state" -- ../../bin/flashwright /i || true
+echo "== flashwright (default update) once more: nothing left to do"
 status=0
 ../../bin/vxemu run --state "$state" -- ../../bin/flashwright || status=$?
 echo "== exit status $status"
