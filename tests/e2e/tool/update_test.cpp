@@ -451,3 +451,25 @@ TEST_F(Update, AFailedRegionWriteIsReported) {
                             "Error: Failed to update flash on HBA 0 (0xffffffff) (Unknown Error ffffffffh.) !"}));
     EXPECT_EQ(r.status, 3);
 }
+
+TEST_F(Update, AFourPortAdapterIsWrittenThroughItsOddPorts) {
+    Card quad{"quad144", "FCX144", "VX2444", "VXA4400144", "0x1DE5", "0x0144",
+              R"({ "bios": "1.02", "fcode": "1.10", "efi": "1.00", "firmware": "4.0.90" })",
+              {{"0000:0a:00.0", "2000001de5440000", "2100001de5440000", "0x010200"},
+               {"0000:0a:00.1", "2000001de5440000", "2100001de5440001", "0x010300"},
+               {"0000:0a:00.2", "2000001de5440000", "2100001de5440002", "0x010400"},
+               {"0000:0a:00.3", "2000001de5440000", "2100001de5440003", "0x010500"}}};
+    fwtest::write_file(dir_ / "adapters.properties", "0x0144,0x1DE5,FCX144,VX2444 Quad Port 4Gb Fibre Channel HBA,TRUE\n");
+    fwtest::write_file(dir_ / "flashwright.properties", "0x0144,0x1DE5,VX2444,1.04,1.01,1.11,4.0.94,quad.bin\n");
+    mkimage({"multiboot", "--out", dir_ / "quad.bin", "--chip", "FCX144", "--bios", "1.04", "--fcode", "1.11", "--efi",
+             "1.01", "--firmware", "4.0.94"});
+    const auto r = run(host_json({quad}), {});
+    // Ports 1 and 3 carry the write, 2 and 4 are counted without one.
+    EXPECT_EQ(count(r.out, "Info: Updating Flash on HBA port(s) -   VX2444. Please wait...\r\n"), 2);
+    EXPECT_NE(r.out.find("Info: Updates completed successfully (4 out of 4).\r\n"), std::string::npos);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(count(traffic(), "\"adapter\":\"quad144\",\"function\":0,\"command\":10,"), 2);
+    EXPECT_EQ(count(traffic(), "\"adapter\":\"quad144\",\"function\":2,\"command\":10,"), 2);
+    EXPECT_EQ(count(traffic(), "\"command\":10,"), 4);
+    expect_patched_bios(state("quad144", "flash.bin"), 0, "VX2444", "144", 0x29, 0x1DE5, 0x1440, 1, 4);
+}
