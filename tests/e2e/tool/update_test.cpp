@@ -473,3 +473,22 @@ TEST_F(Update, AFourPortAdapterIsWrittenThroughItsOddPorts) {
     EXPECT_EQ(count(traffic(), "\"command\":10,"), 4);
     expect_patched_bios(state("quad144", "flash.bin"), 0, "VX2444", "144", 0x29, 0x1DE5, 0x1440, 1, 4);
 }
+
+TEST_F(Update, ASharedBiosChipBoardPicksItsPortByBoardOrder) {
+    // Family 2 of the single-BIOS-chip boards: the second port of the pair
+    // carries the write, the first is counted without one.
+    Card blade = kCard160;
+    blade.name = "blade160";
+    blade.ssvid = "0x1E42";
+    blade.ssdid = "0x1440";
+    fwtest::write_file(dir_ / "adapters.properties", "0x1440,0x1E42,FCX160,VX2162 Blade Mezzanine HBA,TRUE\n");
+    fwtest::write_file(dir_ / "flashwright.properties", "0x1440,0x1E42,VX2162,1.12,1.08,2.06,8.3.0,lab160.bin\n");
+    const auto r = run(host_json({blade}), {});
+    EXPECT_EQ(r.out, lines({"Info: Updating Flash on HBA port(s) -   VX2162. Please wait...",
+                            "Info: Option ROM update complete. Changes have been saved to both ports of this HBA.\n"
+                            "You must reboot in order for changes to take effect.",
+                            "Info: Updates completed successfully (2 out of 2)."}));
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(count(traffic(), "\"adapter\":\"blade160\",\"function\":0,\"command\":10,"), 0);
+    EXPECT_EQ(count(traffic(), "\"adapter\":\"blade160\",\"function\":1,\"command\":10,"), 2);
+}
