@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -491,4 +492,16 @@ TEST_F(Update, ASharedBiosChipBoardPicksItsPortByBoardOrder) {
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(count(traffic(), "\"adapter\":\"blade160\",\"function\":0,\"command\":10,"), 0);
     EXPECT_EQ(count(traffic(), "\"adapter\":\"blade160\",\"function\":1,\"command\":10,"), 2);
+}
+
+TEST_F(Update, AFailedWholeImageWriteIsReportedWithTheLibrarysStatus) {
+    const std::string fault = R"(  "faults": [ { "adapter": "old120", "command": 10, "kind": "status", "status": 1 } ])";
+    const auto r = run(host_json({kCard120}, fault), {});
+    EXPECT_EQ(r.out, lines({"Info: Updating Flash on HBA 0 -   VX2120. Please wait...",
+                            "Warning: Unable to update all HBAs (0 out of 1) !"}));
+    // The library's own status and text this time (their conversion is the library's business).
+    EXPECT_TRUE(std::regex_match(r.err, std::regex("Error: Failed to update flash on HBA 0 \\(0x2000[0-9a-f]{4}\\) "
+                                                   "\\([A-Za-z][^()]*\\) !\r\n")))
+        << r.err;
+    EXPECT_EQ(r.status, 3);
 }
