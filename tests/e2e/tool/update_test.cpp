@@ -387,6 +387,8 @@ struct BadImage {
     std::string err;
 };
 
+void PrintTo(const BadImage &c, std::ostream *os) { *os << c.name; }
+
 class UpdateRefusesImage : public Update, public testing::WithParamInterface<BadImage> {};
 
 TEST_P(UpdateRefusesImage, NothingIsWritten) {
@@ -504,4 +506,11 @@ TEST_F(Update, AFailedWholeImageWriteIsReportedWithTheLibrarysStatus) {
                                                    "\\([A-Za-z][^()]*\\) !\r\n")))
         << r.err;
     EXPECT_EQ(r.status, 3);
+}
+
+TEST_F(Update, NoAdapterAtAll) {
+    const auto r = run(R"({ "driver": { "transport": "ioctl" }, "adapters": [] })", {});
+    EXPECT_EQ(r.out, "Info: Varnix HBA not found !\r\n");
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.status, 8);
 }
