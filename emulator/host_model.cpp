@@ -863,6 +863,7 @@ Result<Host> parse_host_json(std::string_view text, const fs::path &origin) {
             }
         }
         if (ps.failed()) return Result<Host>::fail(ps.error());
+        host.description = std::string(text);
 
         // Cross-checks: names, PCI addresses and SCSI hosts are unique. A
         // function without an explicit host number gets the next free one.

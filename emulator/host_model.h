@@ -269,6 +269,7 @@ struct Host {
     InstanceBehaviour instances;
     NodeBehaviour node;
     std::vector<Fault> faults;
+    std::string description;  // the JSON text the host was read from
 
     // Ports the driver serves through ioctl (transport ioctl or ioctl_old).
     [[nodiscard]] size_t ioctl_port_count() const;

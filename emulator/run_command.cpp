@@ -3,7 +3,9 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -19,6 +21,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "command_line.h"
 #include "driver_service.h"
 #include "fault_injector.h"
 #include "fuse_server.h"
@@ -35,35 +38,19 @@ namespace fs = std::filesystem;
 
 namespace vxemu {
 
-bool parse_run_args(const std::vector<std::string> &args, RunOptions &opts, std::string &error) {
-    size_t i = 0;
-    for (; i < args.size(); ++i) {
-        const std::string &a = args[i];
-        if (a == "--") {
-            ++i;
-            break;
-        }
-        auto value = [&](std::string &out) {
-            if (i + 1 >= args.size()) {
-                error = "option " + a + " needs a value";
-                return false;
-            }
-            out = args[++i];
-            return true;
-        };
-        if (a == "--host") {
-            if (!value(opts.host_file)) return false;
-        } else if (a == "--state") {
-            if (!value(opts.state_dir)) return false;
-        } else if (a == "--log") {
-            if (!value(opts.log_file)) return false;
-        } else {
-            error = "unknown option " + a;
-            return false;
-        }
+bool parse_run_args(int argc, char **argv, RunOptions &opts, std::string &error) {
+    static constexpr OptionSpec kRunOptions[] = {
+        {"host", 'H', true}, {"state", 's', true}, {"log", 'l', true}, {"help", 'h', false}};
+    ParsedOptions parsed;
+    if (!parse_options(argc, argv, kRunOptions, parsed, error)) return false;
+    for (const auto &[name, value] : parsed.options) {
+        if (name == "host") opts.host_file = value;
+        else if (name == "state") opts.state_dir = value;
+        else if (name == "log") opts.log_file = value;
+        else if (name == "help") opts.help = true;
     }
-    opts.command.assign(args.begin() + static_cast<std::ptrdiff_t>(i), args.end());
-    if (opts.command.empty()) {
+    opts.command = std::move(parsed.operands);
+    if (opts.command.empty() && !opts.help) {
         error = "no command given after --";
         return false;
     }
@@ -121,6 +108,20 @@ std::vector<pid_t> descendants(pid_t root) {
     return out;
 }
 
+// STATE/traffic.jsonl becomes STATE/traffic.N.jsonl, N the first free number.
+Status keep_previous_log(const std::string &state_dir) {
+    const std::string current = state_dir + "/traffic.jsonl";
+    struct stat st {};
+    if (::lstat(current.c_str(), &st) != 0) return {};
+    if (!S_ISREG(st.st_mode)) return {};  // replaced when the new log is created
+    for (unsigned n = 1; n < 100000; ++n) {
+        const std::string kept = state_dir + "/traffic." + std::to_string(n) + ".jsonl";
+        if (::renameat2(AT_FDCWD, current.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) == 0) return {};
+        if (errno != EEXIST) return Status::fail(current + ": cannot keep it as " + kept + ": " + std::strerror(errno));
+    }
+    return Status::fail(current + ": too many kept logs");
+}
+
 int status_of(int wstatus) {
     if (WIFEXITED(wstatus)) return WEXITSTATUS(wstatus);
     if (WIFSIGNALED(wstatus)) return 128 + WTERMSIG(wstatus);
@@ -130,6 +131,10 @@ int status_of(int wstatus) {
 }  // namespace
 
 int run_command(const RunOptions &opts) {
+    if (::geteuid() != 0) {
+        fail("run needs root: it builds namespaces and mounts (run it as root, for example with sudo)");
+        return kExitSetup;
+    }
     // ---- the host and its state
     Result<Host> loaded = opts.host_file.empty() ? builtin_host() : load_host_file(opts.host_file);
     if (!loaded.ok()) {
@@ -164,6 +169,22 @@ int run_command(const RunOptions &opts) {
     if (const Status st = load_state(host, state_dir); !st.ok()) {
         fail(st.error().message);
         return kExitSetup;
+    }
+
+    // The description this state runs with, for whoever reads the state later.
+    if (const Status st = write_state_file(state_dir + "/host.json", std::span<const uint8_t>(
+                                               reinterpret_cast<const uint8_t *>(host.description.data()),
+                                               host.description.size()));
+        !st.ok()) {
+        fail(st.error().message);
+        return kExitSetup;
+    }
+    // Each run keeps its own log: the one of the previous run is numbered.
+    if (opts.log_file.empty()) {
+        if (const Status st = keep_previous_log(state_dir); !st.ok()) {
+            fail(st.error().message);
+            return kExitSetup;
+        }
     }
 
     TrafficLog log;

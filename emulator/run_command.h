@@ -15,14 +15,16 @@ inline constexpr int kExitSetup = 125;     // vxemu could not build the sandbox 
 inline constexpr int kExitUsage = 2;
 
 struct RunOptions {
+    bool help = false;       // --help: print the usage of run, nothing else
     std::string host_file;   // empty: the built-in lab host
     std::string state_dir;   // empty: a scratch directory removed afterwards
     std::string log_file;    // empty: STATE/traffic.jsonl
     std::vector<std::string> command;
 };
 
-// Parses the arguments after "run"; false with a message on a bad command line.
-[[nodiscard]] bool parse_run_args(const std::vector<std::string> &args, RunOptions &opts, std::string &error);
+// Parses "run" and its arguments (argv[0] is "run"); false with a message on
+// a bad command line.
+[[nodiscard]] bool parse_run_args(int argc, char **argv, RunOptions &opts, std::string &error);
 
 int run_command(const RunOptions &opts);
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "chipdata.h"
+#include "command_line.h"
 #include "run_command.h"
 
 #ifdef VXEMU_HAVE_MKIMAGE
@@ -16,9 +18,13 @@ namespace {
 constexpr const char kHelp[] =
     "Usage:\n"
     "  vxemu run [--host FILE] [--state DIR] [--log FILE] -- COMMAND [ARGS...]\n"
+    "  vxemu chips                  list the chips a host description accepts\n"
     "  vxemu mkimage ...            (see vxemu mkimage --help)\n"
-    "  vxemu --help\n"
-    "\n"
+    "  vxemu --help | --version\n"
+    "  vxemu COMMAND --help         help on one command\n"
+    "\n";
+
+constexpr const char kRunHelp[] =
     "run: runs COMMAND as root in a private sandbox (mount, IPC, UTS and PID namespaces)\n"
     "where the vxa2xxx driver and its adapters are emulated:\n"
     "  /sys           served by vxemu (PCI devices, SCSI and FC hosts, flash attributes)\n"
@@ -32,11 +38,13 @@ constexpr const char kHelp[] =
     "Driver requests (ioctl on the node, netlink) are answered by vxemu, which serves\n"
     "until the last process of COMMAND is gone, then writes the state.\n"
     "\n"
-    "  --host FILE    host description (JSON); default: the built-in lab host\n"
-    "  --state DIR    state directory; default: a scratch directory removed afterwards.\n"
-    "                 It must be root's and writable by nobody else, like the\n"
-    "                 directories above it (sticky ones such as /tmp aside)\n"
-    "  --log FILE     traffic log; default: STATE/traffic.jsonl\n"
+    "Options of run (\"--opt value\" and \"--opt=value\" alike):\n"
+    "  -H, --host FILE   host description (JSON); default: the built-in lab host\n"
+    "  -s, --state DIR   state directory; default: a scratch directory removed afterwards.\n"
+    "                    It must be root's and writable by nobody else, like the\n"
+    "                    directories above it (sticky ones such as /tmp aside)\n"
+    "  -l, --log FILE    traffic log; default: STATE/traffic.jsonl\n"
+    "  -h, --help        this help\n"
     "\n"
     "State directory:\n"
     "  adapters/NAME/flash.bin      flash of each adapter\n"
@@ -44,6 +52,8 @@ constexpr const char kHelp[] =
     "  adapters/NAME/vpd.FN.bin     VPD block of each PCI function\n"
     "  etc-upper/, usrlib-upper/    what COMMAND changed below /etc and /usr/lib\n"
     "  traffic.jsonl                one JSON object per request or attribute access\n"
+    "  traffic.N.jsonl              the logs of earlier runs, 1 the oldest\n"
+    "  host.json                    the host description of the last run\n"
     "A second run with the same state directory starts from what the first one left.\n"
     "\n"
     "Traffic log: one JSON object per line, in the order the driver saw them:\n"
@@ -60,13 +70,49 @@ constexpr const char kHelp[] =
     "Exit status:\n"
     "  COMMAND's status (128 + signal number if it was killed by a signal)\n"
     "  86   COMMAND ran, but the driver saw at least one malformed request\n"
-    "  125  vxemu could not load the host or build the sandbox\n"
+    "  125  vxemu could not load the host or build the sandbox (also when not run as root)\n"
     "  127  COMMAND was not found\n"
     "  2    bad vxemu command line\n";
 
-int usage_error(const std::string &msg) {
-    std::fprintf(stderr, "vxemu: %s\nTry 'vxemu --help'.\n", msg.c_str());
+constexpr const char kRunUsage[] = "Usage: vxemu run [--host FILE] [--state DIR] [--log FILE] [--] COMMAND [ARGS...]\n\n";
+constexpr const char kChipsHelp[] =
+    "Usage: vxemu chips\n"
+    "\n"
+    "Lists the chips a host description accepts (\"chip\" of an adapter): the PCI\n"
+    "device ID, the family, the flash size, the NVRAM and parameter block format\n"
+    "and whether the flash carries a firmware image.\n";
+
+int usage_error(const std::string &msg, const char *command = nullptr) {
+    std::fprintf(stderr, "vxemu: %s\nTry 'vxemu %s%s--help'.\n", msg.c_str(), command != nullptr ? command : "",
+                 command != nullptr ? " " : "");
     return vxemu::kExitUsage;
+}
+
+// Options of a command that takes none but --help; true when help was asked.
+bool only_help(int argc, char **argv, int &status) {
+    static constexpr vxemu::OptionSpec kHelpOnly[] = {{"help", 'h', false}};
+    vxemu::ParsedOptions parsed;
+    std::string error;
+    if (!vxemu::parse_options(argc, argv, kHelpOnly, parsed, error)) {
+        status = usage_error(error, argv[0]);
+        return true;
+    }
+    if (!parsed.operands.empty()) {
+        status = usage_error("unexpected argument '" + parsed.operands[0] + "'", argv[0]);
+        return true;
+    }
+    return !parsed.options.empty();
+}
+
+int list_chips() {
+    std::printf("%-8s %-9s %-7s %-9s %-13s %s\n", "CHIP", "DEVICE", "FAMILY", "FLASH", "NVRAM", "FIRMWARE");
+    for (const vxemu::ChipInfo &c : vxemu::all_chips()) {
+        const std::string nvram = c.fcx14x_class ? "extended/512" : "basic/256";
+        std::printf("%-8.*s 0x%04X    %-7.*s %4u KiB  %-13s %s\n", static_cast<int>(c.name.size()), c.name.data(),
+                    c.device_id, static_cast<int>(c.family.size()), c.family.data(), c.flash_size / 1024, nvram.c_str(),
+                    c.has_firmware ? "yes" : "no");
+    }
+    return 0;
 }
 
 }  // namespace
@@ -77,14 +123,31 @@ int main(int argc, char **argv) {
         const std::string cmd = argv[1];
         if (cmd == "--help" || cmd == "-h" || cmd == "help") {
             std::fputs(kHelp, stdout);
+            std::fputs(kRunHelp, stdout);
+            return 0;
+        }
+        if (cmd == "--version" || cmd == "-V") {
+            std::printf("vxemu %s\n", VXEMU_VERSION);
             return 0;
         }
         if (cmd == "run") {
             vxemu::RunOptions opts;
             std::string error;
-            if (!vxemu::parse_run_args(std::vector<std::string>(argv + 2, argv + argc), opts, error))
-                return usage_error(error);
+            if (!vxemu::parse_run_args(argc - 1, argv + 1, opts, error)) return usage_error(error, "run");
+            if (opts.help) {
+                std::fputs(kRunUsage, stdout);
+                std::fputs(kRunHelp, stdout);
+                return 0;
+            }
             return vxemu::run_command(opts);
+        }
+        if (cmd == "chips") {
+            int status = 0;
+            if (only_help(argc - 1, argv + 1, status)) {
+                if (status == 0) std::fputs(kChipsHelp, stdout);
+                return status;
+            }
+            return list_chips();
         }
         if (cmd == "mkimage") {
 #ifdef VXEMU_HAVE_MKIMAGE
@@ -93,6 +156,7 @@ int main(int argc, char **argv) {
             return usage_error("mkimage is not built in");
 #endif
         }
+        if (cmd.starts_with("-")) return usage_error("unknown option " + cmd);
         return usage_error("unknown command '" + cmd + "'");
     } catch (const std::exception &e) {
         std::fprintf(stderr, "vxemu: %s\n", e.what());

@@ -87,7 +87,7 @@ expect_has "$ERR" "bad.json" "the message names the host file"
 vx --bogus -- true
 expect_eq "$RC" 2 "bad command line"
 expect_eq "$ERR" "vxemu: unknown option --bogus
-Try 'vxemu --help'." "bad command line message"
+Try 'vxemu run --help'." "bad command line message"
 help=$("$VXEMU" --help)
 expect_eq "$?" 0 "help"
 expect_has "$help" "vxemu run [--host FILE] [--state DIR] [--log FILE] -- COMMAND [ARGS...]" "help names run"
