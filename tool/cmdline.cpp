@@ -15,7 +15,6 @@
 #include "fw_strings.h"
 
 int32_t g_bHelp;
-int32_t g_bSilentMode;
 int32_t g_bHostInfo;
 int32_t g_bDisplayHBAInfo;
 int32_t g_bUpdateFlash;

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "messages.h"
+
 // Parse results.
 enum ParseStatus : int {
     kParseGoOn = 0,
@@ -25,7 +27,6 @@ constexpr int kArgumentSlots = 128;
 constexpr int kMaxArguments = 127;
 
 extern int32_t g_bHelp;
-extern int32_t g_bSilentMode;
 extern int32_t g_bHostInfo;
 extern int32_t g_bDisplayHBAInfo;
 extern int32_t g_bUpdateFlash;

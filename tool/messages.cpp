@@ -4,9 +4,9 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "cmdline.h"
 #include "fw_strings.h"
 
+int32_t g_bSilentMode;
 char g_statusMsg[kStatusMessageSize];
 
 namespace {

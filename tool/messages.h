@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 enum MessageLevel : int {
     kMsgPlain = 0,
@@ -13,6 +14,10 @@ enum MessageLevel : int {
     kMsgError = 3,
     kMsgDebug = 100,
 };
+
+// Set by /s on the command line; kept here, beside the output it gates, so
+// modules that only report messages need nothing of the command line.
+extern int32_t g_bSilentMode;
 
 constexpr size_t kMessageBufferSize = 512;
 constexpr size_t kStatusMessageSize = 256;

@@ -2,9 +2,7 @@
 // VPD field walk, field rendering and VPD image checks.
 #include "vpd_fields.h"
 
-#include "adapter_list.h"
 #include "messages.h"
-#include "vxhmx.h"
 
 #include <algorithm>
 #include <array>
@@ -201,13 +199,4 @@ int verifyVpdChecksum(std::span<const uint8_t> buffer, VpdTraceSink trace) {
         return 162;
     }
     return 0;
-}
-
-uint32_t RetrieveSpecificVPDField(const Adapter *adapter, const char *keyword, std::span<char> output,
-                                  VpdTraceSink trace) {
-    if (adapter == nullptr) return kVpdReadError;
-    std::array<uint8_t, kVpdBufferSize> buffer{};
-    uint32_t size = kVpdBufferSize;
-    if (HmGetVpd(adapter->handle, 0, buffer.data(), &size) != 0) return kVpdReadError;
-    return RetrieveVPDFieldFromBuffer(buffer, keyword, output, trace);
 }
