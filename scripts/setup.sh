@@ -10,6 +10,7 @@ packages=(
   libseccomp-dev          # vxemu intercepts driver requests
   nlohmann-json3-dev      # vxemu host descriptions
   libgtest-dev libgmock-dev libbenchmark-dev
+  clang libclang-rt-dev    # fuzz targets (libFuzzer, ASan, UBSan)
   util-linux              # unshare, setpriv for the tests
   scdoc                   # manual pages
   man-db groff-base       # rendering them in the tests
