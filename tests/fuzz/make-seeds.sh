@@ -8,7 +8,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 lab=$here/../../examples/lab
 seeds=$here/seeds
 rm -rf "$seeds"
-for t in option_rom firmware_image version_control subsystem_list preferences vpd_fields nvram preserve \
+for t in option_rom firmware_image version_control subsystem_list preferences vpd_fields multiboot nvram preserve \
          vpd_image layout host_model; do
   mkdir -p "$seeds/$t"
 done
@@ -48,6 +48,14 @@ for spec in "FCX16:2:" "FCX16:3:--tamar" "FCX14:0:--bad-checksum"; do
   mk firmware --out "$tmp/fw" --version 8.3.0 --family "$family" --words 32,8 ${extra:+$extra}
   seed "$seeds/firmware_image/$family-$chip" 1:"$chip" 1:1 1:0 4:0 -- "$tmp/fw"
 done
+
+# Boot code: chip (2 FCX123, 8 FCX160), model, SSVID, bus flag, region
+# (1 BIOS/all), whole multiboot file?
+mk optrom --out "$tmp/common" --chip FCX160 --image bios:1.12:common:blocks=2 --image efi:2.05:blocks=2 \
+  --image fcode:3.01:blocks=1
+mk optrom --out "$tmp/std" --chip FCX123 --image bios:1.62:blocks=2
+seed "$seeds/multiboot/common-fcx160" 1:8 1:0 2:0x1DE5 1:0 1:1 1:1 -- "$tmp/common"
+seed "$seeds/multiboot/standard-fcx123" 1:2 1:0 2:0x1DE5 1:0 1:1 1:0 -- "$tmp/std"
 
 cp "$lab/flashwright.properties" "$seeds/version_control/lab"
 cp "$here/../../examples/lab-legacy/flashwright.properties" "$seeds/version_control/lab-legacy"
