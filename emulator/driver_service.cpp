@@ -88,9 +88,16 @@ DriverService::DriverService(Host &host, TrafficLog &log, FaultInjector &faults)
 std::vector<EmulatedTarget> DriverService::targets_of(const PortFunction &fn) {
     // A port whose link is down sees nothing.
     if (fn.port_state != 2) return {};
-    // Two storage ports on the fabric: a two-LUN array and a single-LUN device
-    // whose firmware predates REPORT LUNS.
-    std::vector<EmulatedTarget> t(2);
+    std::vector<EmulatedTarget> t;
+    if (fn.targets) {
+        for (const TargetPort &tp : *fn.targets) {
+            t.push_back({tp, static_cast<uint16_t>(t.size())});
+        }
+        return t;
+    }
+    // The default fabric: two storage ports, a two-LUN array and a single-LUN
+    // device whose firmware predates REPORT LUNS.
+    t.resize(2);
     for (size_t i = 0; i < t.size(); ++i) {
         const auto tag = static_cast<uint8_t>(((fn.host_no & 0x0F) << 4) | i);
         t[i].wwnn = {0x50, 0x06, 0x0E, 0x80, 0x10, 0x00, 0x00, tag};
@@ -98,9 +105,10 @@ std::vector<EmulatedTarget> DriverService::targets_of(const PortFunction &fn) {
         t[i].port_id = 0x010100 + static_cast<uint32_t>(i) * 0x100 + (fn.port_id & 0xFF);
         t[i].target_id = static_cast<uint16_t>(i);
     }
-    t[0].lun_count = 2;
-    t[1].lun_count = 1;
-    t[1].refuses_report_luns = true;
+    t[0].luns.resize(2);
+    t[0].luns[1].lun = 1;
+    t[1].luns.resize(1);
+    t[1].report_luns = false;
     return t;
 }
 
@@ -696,25 +704,124 @@ void DriverService::aen(Call &c) {
     if (c.command == kCmdAenReg) {
         std::vector<uint8_t> in;
         if (!fetch_request(c, sizeof(EXT_REG_AEN), in)) return;
-        aen_enabled_[c.adapter->name + "/" + std::to_string(c.fn_index)] = *ByteReader(in).le32(0) != 0;
+        const bool enable = *ByteReader(in).le32(offsetof(EXT_REG_AEN, Enable)) != 0;
+        c.entry.text = enable ? "enable" : "disable";
+        c.fn->events_registered = enable;
+        // Deregistering drops what the port still held.
+        if (!enable) c.fn->events.clear();
         return;
     }
-    // No asynchronous events are pending on a quiet fabric.
-    c.reply_resp_len = 0;
+    // Whole records only, oldest first, as many as the buffer takes.
+    const size_t n = std::min<size_t>(c.fn->events.size(), c.resp_len / sizeof(EXT_ASYNC_EVENT));
+    std::vector<uint8_t> out;
+    for (size_t i = 0; i < n; ++i) out.insert(out.end(), c.fn->events[i].begin(), c.fn->events[i].end());
+    c.entry.length = out.size();
+    c.reply_resp_len = static_cast<uint32_t>(out.size());
+    if (put_response(c, out)) c.fn->events.erase(c.fn->events.begin(), c.fn->events.begin() + static_cast<std::ptrdiff_t>(n));
 }
 
 // ---- SCSI ---------------------------------------------------------------------------------
 
 namespace {
-void set_sense(ByteWriter &w, uint8_t key, uint8_t asc, uint8_t ascq) {
-    const size_t s = offsetof(EXT_SCSI_PASSTHRU, SenseData);
-    w.u8(s, 0x70);
-    w.u8(s + 2, key);
-    w.u8(s + 7, 10);
-    w.u8(s + 12, asc);
-    w.u8(s + 13, ascq);
+
+// "12 00 00 00 ff 00": the command bytes as the traffic log shows them.
+std::string cdb_text(std::span<const uint8_t> cdb) {
+    std::string s;
+    char b[4];
+    for (uint8_t v : cdb) {
+        std::snprintf(b, sizeof b, "%s%02x", s.empty() ? "" : " ", v);
+        s += b;
+    }
+    return s;
 }
+
 }  // namespace
+
+ScsiResult scsi_execute(const TargetPort &t, uint16_t lun, std::span<const uint8_t> cdb, uint32_t xfer_len) {
+    ScsiResult r;
+    auto check = [&](uint8_t key, uint8_t asc, uint8_t ascq) {
+        r.status = 2;  // CHECK CONDITION, fixed-format sense
+        r.sense.assign(18, 0);
+        r.sense[0] = 0x70;
+        r.sense[2] = key;
+        r.sense[7] = 10;
+        r.sense[12] = asc;
+        r.sense[13] = ascq;
+    };
+    const LogicalUnit *lu = nullptr;
+    for (const LogicalUnit &cand : t.luns)
+        if (cand.lun == lun) lu = &cand;
+    if (cdb.empty()) {
+        check(0x05, 0x20, 0x00);
+        return r;
+    }
+    if (lu != nullptr && lu->sense) {
+        check((*lu->sense)[0], (*lu->sense)[1], (*lu->sense)[2]);
+        return r;
+    }
+    auto be = [&](size_t at, size_t n) {
+        uint32_t v = 0;
+        for (size_t i = 0; i < n && at + i < cdb.size(); ++i) v = (v << 8) | cdb[at + i];
+        return v;
+    };
+    uint32_t alloc = xfer_len;
+    switch (cdb[0]) {
+    case 0x12: {  // INQUIRY: standard data, cut at the allocation length
+        r.data.assign(96, 0);
+        r.data[0] = lu != nullptr ? lu->inquiry_type : 0x20;  // qualifier 1: nothing connected here
+        r.data[2] = 5;
+        r.data[3] = 2;
+        r.data[4] = 91;
+        const char *product = !t.report_luns ? "LEGACY DISK     " : "STORAGE ARRAY   ";
+        std::memcpy(r.data.data() + 8, "VARNIX  ", 8);
+        std::memcpy(r.data.data() + 16, product, 16);
+        std::memcpy(r.data.data() + 32, "0001", 4);
+        alloc = std::min<uint32_t>(alloc, be(4, 1));
+        break;
+    }
+    case 0x25: {  // READ CAPACITY(10): last block and block length
+        if (lu == nullptr) {
+            check(0x05, 0x25, 0x00);
+            return r;
+        }
+        r.data.assign(8, 0);
+        const uint64_t last = lu->blocks == 0 ? 0 : lu->blocks - 1;
+        const uint32_t last32 = last > 0xFFFFFFFFull ? 0xFFFFFFFFu : static_cast<uint32_t>(last);
+        for (int i = 0; i < 4; ++i) {
+            r.data[static_cast<size_t>(i)] = static_cast<uint8_t>(last32 >> (24 - 8 * i));
+            r.data[static_cast<size_t>(4 + i)] = static_cast<uint8_t>(lu->block_size >> (24 - 8 * i));
+        }
+        break;
+    }
+    case 0xA0: {  // REPORT LUNS
+        if (!t.report_luns) {
+            check(0x05, 0x20, 0x00);
+            return r;
+        }
+        std::vector<uint16_t> luns;
+        for (const LogicalUnit &l : t.luns)
+            if (l.inquiry_type != 0x7F) luns.push_back(l.lun);
+        std::sort(luns.begin(), luns.end());
+        r.data.assign(8 + 8 * luns.size(), 0);
+        const auto list_len = static_cast<uint32_t>(8 * luns.size());
+        for (int i = 0; i < 4; ++i) r.data[static_cast<size_t>(i)] = static_cast<uint8_t>(list_len >> (24 - 8 * i));
+        for (size_t k = 0; k < luns.size(); ++k) {
+            r.data[8 + 8 * k] = static_cast<uint8_t>((luns[k] >> 8) & 0x3F);
+            r.data[8 + 8 * k + 1] = static_cast<uint8_t>(luns[k]);
+        }
+        alloc = std::min<uint32_t>(alloc, be(6, 4));
+        break;
+    }
+    case 0x00:  // TEST UNIT READY
+        if (lu == nullptr) check(0x05, 0x25, 0x00);
+        return r;
+    default:
+        check(0x05, 0x20, 0x00);
+        return r;
+    }
+    if (r.data.size() > alloc) r.data.resize(alloc);
+    return r;
+}
 
 void DriverService::scsi_passthru(Call &c) {
     if (c.subcode > 2) {
@@ -723,7 +830,34 @@ void DriverService::scsi_passthru(Call &c) {
     }
     std::vector<uint8_t> desc;
     if (!fetch_request(c, sizeof(EXT_SCSI_PASSTHRU), desc)) return;
+    if (desc.size() != sizeof(EXT_SCSI_PASSTHRU)) {
+        c.fail(kStatusInvalidParam, "RequestLen " + std::to_string(desc.size()) + " for the 352-byte pass-through descriptor");
+        return;
+    }
     const ByteReader r(desc);
+    const uint8_t cdb_len = *r.u8(offsetof(EXT_SCSI_PASSTHRU, CdbLength));
+    const uint8_t direction = *r.u8(offsetof(EXT_SCSI_PASSTHRU, Direction));
+    const uint16_t sense_len = *r.le16(offsetof(EXT_SCSI_PASSTHRU, SenseLength));
+    if (cdb_len == 0 || cdb_len > 16) {
+        c.fail(kStatusInvalidParam, "CdbLength " + std::to_string(cdb_len));
+        return;
+    }
+    const auto cdb = std::span<const uint8_t>(desc).subspan(offsetof(EXT_SCSI_PASSTHRU, Cdb), cdb_len);
+    c.entry.region = cdb[0];
+    c.entry.text = cdb_text(cdb);
+    c.entry.length = c.resp_len;
+    if (direction > 2 || (direction == 0 && c.resp_len != 0)) {
+        c.fail(kStatusInvalidParam, "Direction " + std::to_string(direction) + " with " + std::to_string(c.resp_len) + " data bytes");
+        return;
+    }
+    if (sense_len > 256) {
+        c.fail(kStatusInvalidParam, "SenseLength " + std::to_string(sense_len));
+        return;
+    }
+    if (c.subcode == 1 && *r.le16(offsetof(EXT_DEST_ADDR, DestType)) != 2) {
+        c.fail(kStatusInvalidParam, "DestType " + std::to_string(*r.le16(offsetof(EXT_DEST_ADDR, DestType))));
+        return;
+    }
     const auto targets = targets_of(*c.fn);
     const EmulatedTarget *t = nullptr;
     uint16_t lun = 0;
@@ -736,67 +870,33 @@ void DriverService::scsi_passthru(Call &c) {
         lun = *r.le16(offsetof(EXT_SCSI_ADDR, Lun));
         if (target < targets.size()) t = &targets[target];
     }
-    if (t == nullptr || lun >= t->lun_count) {
+    c.entry.offset = lun;
+    if (t == nullptr) {
         c.status = kStatusDevNotFound;
+        c.reply_resp_len = 0;
         return;
     }
-    const uint8_t cdb_len = *r.u8(offsetof(EXT_SCSI_PASSTHRU, CdbLength));
-    if (cdb_len == 0 || cdb_len > 16) {
-        c.fail(kStatusInvalidParam, "CdbLength " + std::to_string(cdb_len));
-        return;
-    }
-    const uint8_t op = *r.u8(offsetof(EXT_SCSI_PASSTHRU, Cdb));
-    c.entry.region = op;
-    std::vector<uint8_t> data;
-    ByteWriter sense(desc);
-    switch (op) {
-    case 0x12: {  // INQUIRY
-        data.assign(96, 0);
-        ByteWriter w(data);
-        w.u8(2, 5);
-        w.u8(3, 2);
-        w.u8(4, 91);
-        w.text(8, "VARNIX  ", 9);
-        w.text(16, t->refuses_report_luns ? "LEGACY DISK     " : "STORAGE ARRAY   ", 17);
-        w.text(32, "0001", 5);
-        break;
-    }
-    case 0x25: {  // READ CAPACITY(10): 1 GiB of 512-byte blocks
-        data.assign(8, 0);
-        const uint32_t last = (1u << 21) - 1;
-        for (int i = 0; i < 4; ++i) data[static_cast<size_t>(i)] = static_cast<uint8_t>(last >> (24 - 8 * i));
-        data[6] = 0x02;
-        break;
-    }
-    case 0xA0: {  // REPORT LUNS
-        if (t->refuses_report_luns) {
-            c.status = kStatusScsiStatus;
-            c.detail = 2;  // CHECK CONDITION
-            set_sense(sense, 0x05, 0x20, 0x00);
-            sense.le16(offsetof(EXT_SCSI_PASSTHRU, SenseLength), 18);
-            if (!c.mem.write(c.req_adr, desc)) c.fail(kStatusCopyError, "pass-through descriptor not writable");
-            c.reply_resp_len = 0;
+    if (direction == 2) {
+        // Written data is taken from the caller and dropped.
+        std::vector<uint8_t> sink(std::min<uint32_t>(c.resp_len, kMaxTransfer), 0);
+        if (!sink.empty() && !c.mem.read(c.resp_adr, sink)) {
+            c.fail(kStatusCopyError, "data buffer not readable");
             return;
         }
-        data.assign(8 + 8u * t->lun_count, 0);
-        const uint32_t list_len = 8u * t->lun_count;
-        for (int i = 0; i < 4; ++i) data[static_cast<size_t>(i)] = static_cast<uint8_t>(list_len >> (24 - 8 * i));
-        for (uint16_t l = 0; l < t->lun_count; ++l) data[8 + 8u * l + 1] = static_cast<uint8_t>(l);
-        break;
     }
-    case 0x00:  // TEST UNIT READY
-        break;
-    default:
+    const ScsiResult res = scsi_execute(*t, lun, cdb, direction == 1 ? c.resp_len : 0);
+    if (res.status != 0) {
         c.status = kStatusScsiStatus;
-        c.detail = 2;
-        set_sense(sense, 0x05, 0x20, 0x00);
+        c.detail = res.status;
+        ByteWriter w(desc);
+        const size_t n = std::min<size_t>(res.sense.size(), sense_len);
+        for (size_t i = 0; i < n; ++i) w.u8(offsetof(EXT_SCSI_PASSTHRU, SenseData) + i, res.sense[i]);
         if (!c.mem.write(c.req_adr, desc)) c.fail(kStatusCopyError, "pass-through descriptor not writable");
         c.reply_resp_len = 0;
         return;
     }
-    const size_t n = std::min<size_t>(data.size(), c.resp_len);
-    c.reply_resp_len = static_cast<uint32_t>(n);
-    put_response(c, std::span<const uint8_t>(data).first(n));
+    c.reply_resp_len = static_cast<uint32_t>(res.data.size());
+    if (direction == 1 && !res.data.empty()) put_response(c, res.data);
 }
 
 void DriverService::wwpn_to_scsiaddr(Call &c) {
@@ -927,9 +1027,12 @@ FoTable &DriverService::fo_table(Call &c, bool targets) {
         // target, visible through this port, its only path.
         t.seeded = true;
         for (const auto &target : targets_of(*c.fn)) {
-            const uint16_t luns = targets ? 1 : target.lun_count;
-            for (uint16_t lun = 0; lun < luns; ++lun)
-                t.live.push_back({target.target_id, lun, target.wwpn, target.wwnn, kFoFlagVisible | kFoFlagPreferred, 1});
+            if (targets) {
+                t.live.push_back({target.target_id, 0, target.wwpn, target.wwnn, kFoFlagVisible | kFoFlagPreferred, 1});
+                continue;
+            }
+            for (const LogicalUnit &lu : target.luns)
+                t.live.push_back({target.target_id, lu.lun, target.wwpn, target.wwnn, kFoFlagVisible | kFoFlagPreferred, 1});
         }
     }
     return t;

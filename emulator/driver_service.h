@@ -36,15 +36,21 @@ struct PortRef {
     size_t function = 0;
 };
 
-// A SCSI target behind a port, as the driver's discovery sees it.
-struct EmulatedTarget {
-    std::array<uint8_t, 8> wwnn{};
-    std::array<uint8_t, 8> wwpn{};
-    uint32_t port_id = 0;
+// A SCSI target behind a port, as the driver's discovery numbers it.
+struct EmulatedTarget : TargetPort {
     uint16_t target_id = 0;
-    uint16_t lun_count = 1;
-    bool refuses_report_luns = false;  // answers REPORT LUNS with ILLEGAL REQUEST
 };
+
+// What a target answers to one command: SCSI status, data, sense.
+struct ScsiResult {
+    uint8_t status = 0;  // 0 GOOD, 2 CHECK CONDITION
+    std::vector<uint8_t> data;
+    std::vector<uint8_t> sense;
+};
+// Runs one command against a target (also used for the SCSI generic node
+// of sysfs hosts); data is cut at the command's allocation length and at
+// xfer_len, the bytes the caller offers.
+[[nodiscard]] ScsiResult scsi_execute(const TargetPort &t, uint16_t lun, std::span<const uint8_t> cdb, uint32_t xfer_len);
 
 // One LUN (or target) of a port's failover tables.
 struct FoEntry {
@@ -114,7 +120,6 @@ private:
     FaultInjector &faults_;
     std::vector<PortRef> ports_;
     std::map<std::string, uint32_t> beacon_;     // per adapter/function
-    std::map<std::string, bool> aen_enabled_;    // per adapter/function
     std::map<std::string, FoTable> fo_luns_;     // per adapter/function
     std::map<std::string, FoTable> fo_targets_;  // per adapter/function
 };

@@ -203,6 +203,8 @@ private:
                   const Adapter &a, PortFunction &pf, std::optional<std::vector<uint8_t>> &nvram_file,
                   std::optional<std::vector<uint8_t>> &vpd_file, VpdSpec &vpd);
     void layout(const json &j, const std::string &path, const ChipInfo &chip, FlashLayout &l);
+    void targets(const json &j, const std::string &path, PortFunction &pf);
+    std::optional<std::array<uint8_t, 8>> wwn(const json &obj, const char *key, const std::string &path);
     void flash(const json &j, const std::string &path, const ChipInfo &chip, Adapter &a);
 
     fs::path origin_;
@@ -308,6 +310,61 @@ void Parser::fault(const json &j, const std::string &p, Fault &f) {
     if (auto it = j.find("times"); it != j.end()) {
         if (it->is_number_integer() && it->get<int64_t>() == -1) f.times = -1;
         else if (auto v = number(*it, p + ".times", 1000000)) f.times = static_cast<int>(*v);
+    }
+}
+
+std::optional<std::array<uint8_t, 8>> Parser::wwn(const json &obj, const char *key, const std::string &p) {
+    auto it = obj.find(key);
+    if (it == obj.end()) return std::nullopt;
+    auto s = string(*it, p + "." + key, 32);
+    if (!s) return std::nullopt;
+    auto w = parse_wwn(*s);
+    if (!w) fail(p + "." + key, "expected 16 hexadecimal digits (colons or dashes allowed)");
+    return w;
+}
+
+void Parser::targets(const json &j, const std::string &p, PortFunction &pf) {
+    if (!j.is_array()) return fail(p, "expected an array of targets");
+    pf.targets.emplace();
+    for (size_t i = 0; i < j.size() && !failed(); ++i) {
+        const std::string tp = p + "[" + std::to_string(i) + "]";
+        const json &t = j[i];
+        if (!object(t, tp, {"wwpn", "wwnn", "port_id", "report_luns", "luns"})) return;
+        TargetPort tgt;
+        tgt.wwpn = {0x50, 0x06, 0x0E, 0x80, 0x10, 0x00, 0x01, static_cast<uint8_t>(i)};
+        if (auto w = wwn(t, "wwpn", tp)) tgt.wwpn = *w;
+        tgt.wwnn = tgt.wwpn;
+        tgt.wwnn[6] = 0x00;
+        if (auto w = wwn(t, "wwnn", tp)) tgt.wwnn = *w;
+        tgt.port_id = 0x010100 + static_cast<uint32_t>(i) * 0x100;
+        opt_number(t, "port_id", tp, tgt.port_id, 0xFFFFFF);
+        opt_bool(t, "report_luns", tp, tgt.report_luns);
+        if (auto it = t.find("luns"); it != t.end()) {
+            if (!it->is_array()) return fail(tp + ".luns", "expected an array of LUNs");
+            for (size_t k = 0; k < it->size() && !failed(); ++k) {
+                const std::string lp = tp + ".luns[" + std::to_string(k) + "]";
+                const json &l = (*it)[k];
+                if (!object(l, lp, {"lun", "type", "blocks", "block_size", "sense"})) return;
+                LogicalUnit lu;
+                lu.lun = static_cast<uint16_t>(k);
+                opt_number(l, "lun", lp, lu.lun, 0x3FFF);
+                opt_number(l, "type", lp, lu.inquiry_type, 0xFF);
+                opt_number(l, "blocks", lp, lu.blocks, 0x100000000ull);
+                opt_number(l, "block_size", lp, lu.block_size, 0x100000);
+                if (auto s = l.find("sense"); s != l.end()) {
+                    auto text = string(*s, lp + ".sense", 8);
+                    unsigned key = 0, asc = 0, ascq = 0;
+                    if (text && (std::sscanf(text->c_str(), "%2x:%2x:%2x", &key, &asc, &ascq) != 3 || key > 0xF))
+                        fail(lp + ".sense", "expected \"key:asc:ascq\" in hexadecimal");
+                    lu.sense = std::array<uint8_t, 3>{static_cast<uint8_t>(key), static_cast<uint8_t>(asc),
+                                                      static_cast<uint8_t>(ascq)};
+                }
+                for (const auto &other : tgt.luns)
+                    if (other.lun == lu.lun) fail(lp + ".lun", "LUN " + std::to_string(lu.lun) + " listed twice");
+                tgt.luns.push_back(lu);
+            }
+        }
+        pf.targets->push_back(std::move(tgt));
     }
 }
 
@@ -420,7 +477,7 @@ void Parser::function(const json &j, const std::string &p, const ChipInfo &chip,
 
     if (!object(j, p, {"pci", "vendor_id", "device_id", "ssvid", "ssdid", "host", "wwnn", "wwpn", "port_id", "link_state", "speed",
                        "port_state", "port_type", "connection_mode", "speed_code", "model", "serial", "nvram_file", "vpd_file",
-                       "vpd"}))
+                       "vpd", "targets"}))
         return;
     if (auto it = j.find("pci"); it != j.end()) {
         if (auto s = string(*it, p + ".pci", 16)) {
@@ -451,6 +508,7 @@ void Parser::function(const json &j, const std::string &p, const ChipInfo &chip,
     opt_number(j, "speed_code", p, pf.speed_code, 0xFFFFFFFF);
     opt_string(j, "model", p, pf.model, 127);
     opt_string(j, "serial", p, pf.serial, 31);
+    if (auto it = j.find("targets"); it != j.end()) targets(*it, p + ".targets", pf);
     if (auto it = j.find("nvram_file"); it != j.end()) nvram_file = file(*it, p + ".nvram_file", kMaxBlockFile);
     if (auto it = j.find("vpd_file"); it != j.end()) vpd_file = file(*it, p + ".vpd_file", kMaxBlockFile);
 

@@ -87,7 +87,19 @@
 //       "nvram_file": "n.bin", "vpd_file": "v.bin",    // else built from the above
 //       // VPD fields: PN (default model), EC (default "A01"), SN (default serial),
 //       // any other two-character keyword, and "id" for the identifier string
-//       "vpd": { "pn": "VX2162", "ec": "A01", "sn": "...", "v0": "..." }
+//       "vpd": { "pn": "VX2162", "ec": "A01", "sn": "...", "v0": "..." },
+//       // SCSI targets the port sees; absent: the fabric's default two
+//       // (a two-LUN array and a one-LUN disk that refuses REPORT LUNS)
+//       "targets": [ {
+//         "wwpn": "50:06:0e:80:10:00:01:00", "wwnn": "...", "port_id": "0x010300",
+//         "report_luns": false,         // REPORT LUNS ends in ILLEGAL REQUEST
+//         "luns": [ {
+//           "lun": 0,
+//           "type": "0x00",             // first INQUIRY byte (0x7F: no unit here)
+//           "blocks": 2097152, "block_size": 512,   // READ CAPACITY
+//           "sense": "06:29:00"         // every command ends in CHECK CONDITION
+//         } ]                           // with this key:asc:ascq
+//       } ]
 //     } ]
 //   } ]
 // }
@@ -95,6 +107,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -154,6 +167,27 @@ struct Driver {
     Transport transport = Transport::ioctl;             // default for adapters
 };
 
+// A logical unit behind a target port. LUNs not listed answer INQUIRY with
+// qualifier 1 (0x20, not connected) and every other command with ILLEGAL REQUEST.
+struct LogicalUnit {
+    uint16_t lun = 0;
+    uint8_t inquiry_type = 0;   // first INQUIRY byte: qualifier and device type
+    uint64_t blocks = 1u << 21; // READ CAPACITY: 1 GiB of 512-byte blocks
+    uint32_t block_size = 512;
+    std::optional<std::array<uint8_t, 3>> sense;  // key, asc, ascq of a CHECK CONDITION
+};
+
+struct TargetPort {
+    std::array<uint8_t, 8> wwnn{};
+    std::array<uint8_t, 8> wwpn{};
+    uint32_t port_id = 0;
+    bool report_luns = true;  // false: REPORT LUNS ends in ILLEGAL REQUEST
+    std::vector<LogicalUnit> luns;
+};
+
+// A driver event record (code and 12 bytes of payload) waiting to be fetched.
+using DriverEvent = std::array<uint8_t, 16>;
+
 // One PCI function = one adapter port.
 struct PortFunction {
     std::string pci_address = "0000:05:00.0";  // "dddd:bb:dd.f"
@@ -178,6 +212,12 @@ struct PortFunction {
     // mirror: change them only through Adapter::write_* so both stay equal.
     std::vector<uint8_t> nvram;
     std::vector<uint8_t> vpd;
+    // Targets from the host description; absent: the default fabric.
+    std::optional<std::vector<TargetPort>> targets;
+    // Runtime: event reporting registered (ioctl ports) and the events the
+    // driver holds for the next fetch.
+    bool events_registered = false;
+    std::deque<DriverEvent> events;
 
     // PCI function number (the "f" of the address), 0 if unparsable.
     [[nodiscard]] unsigned function() const;

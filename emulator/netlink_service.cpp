@@ -106,23 +106,56 @@ std::vector<uint8_t> NetlinkService::handle(std::span<const uint8_t> msg, unsign
         fn->speed_code = it->first;
         break;
     }
-    case 4:  // asynchronous events: none queued
-        w.le32(out + nl::kParams, 0);
+    case 4: {  // asynchronous events: a count, then the 16-byte records, oldest first
+        if (datalen != 0) return done("event fetch carrying " + std::to_string(datalen) + " data bytes");
+        const size_t n = std::min(fn->events.size(), (nl::kFcMsg - nl::kParams - 4) / 16);
+        w.le32(out + nl::kParams, static_cast<uint32_t>(n));
+        for (size_t i = 0; i < n; ++i)
+            std::copy(fn->events[i].begin(), fn->events[i].end(),
+                      reply.begin() + static_cast<std::ptrdiff_t>(out + nl::kParams + 4 + 16 * i));
+        fn->events.erase(fn->events.begin(), fn->events.begin() + static_cast<std::ptrdiff_t>(n));
+        e.length = 16 * n;
         break;
+    }
     case 1:
-    case 2:
-    case 3:  // converged bridge
+    case 3:  // converged bridge reset and management: parameters only
+        if (datalen != 0) return done("bridge command " + std::to_string(cmd) + " carrying " + std::to_string(datalen) + " data bytes");
         if (adapter->chip.rfind("FCX15", 0) != 0) error = 1;
         break;
+    case 2:
     case 5:
-    case 6:  // loopback: the data comes back unchanged
-        if (datalen > 0) {
-            // Copied by hand: GCC 12 misreads vector::insert here (-Warray-bounds at -O2).
-            const size_t at = reply.size();
-            reply.resize(at + datalen);
-            std::memcpy(reply.data() + at, msg.data() + nl::kRequestHdr, datalen);
+    case 6: {  // bulk: bridge firmware, loopback phases; one chunk per message at its offset
+        const size_t p = fc + nl::kParams;
+        const uint32_t at = *r.le32(p), total = *r.le32(p + 4);
+        e.offset = at;
+        e.text = "chunk " + std::to_string(datalen) + " of " + std::to_string(total);
+        const std::string key = adapter->name + "/" + std::to_string(fn_index) + "/" + std::to_string(cmd);
+        size_t &expect = bulk_next_[key];
+        if (at == 0) expect = 0;
+        if (datalen == 0 && total != 0) return done("bulk message without data");
+        if (at != expect || uint64_t{at} + datalen > total)
+            return done("chunk at " + std::to_string(at) + " of " + std::to_string(datalen) + " bytes; expected offset " +
+                        std::to_string(expect) + " within " + std::to_string(total));
+        // Only the last chunk of a transfer may be short.
+        if (datalen < nl::kMaxChunk && at + datalen != total)
+            return done("short chunk of " + std::to_string(datalen) + " bytes before the end");
+        expect = at + datalen;
+        if (cmd == 2) {
+            if (adapter->chip.rfind("FCX15", 0) != 0) error = 1;
+            break;
+        }
+        // Loopback: the first phase sends the pattern round the loop, the
+        // second sends it again and the driver compares what came back.
+        std::vector<uint8_t> &sent = loop_data_[adapter->name + "/" + std::to_string(fn_index)];
+        const auto chunk = msg.subspan(nl::kRequestHdr, datalen);
+        if (cmd == 5) {
+            if (at == 0) sent.clear();
+            sent.insert(sent.end(), chunk.begin(), chunk.end());
+        } else if (sent.size() < at + datalen || !std::equal(chunk.begin(), chunk.end(), sent.begin() + at)) {
+            error = 1;
         }
         break;
+    }
     default: return done("unknown netlink command " + std::to_string(cmd));
     }
     ByteWriter hdr(reply);  // the loopback data may have moved the buffer

@@ -5,6 +5,8 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <string>
 #include <span>
 #include <vector>
 
@@ -42,6 +44,8 @@ public:
 private:
     Host &host_;
     TrafficLog &log_;
+    std::map<std::string, size_t> bulk_next_;
+    std::map<std::string, std::vector<uint8_t>> loop_data_;  // adapter/function: the pattern of the first phase  // adapter/function/command: offset of the next chunk
 };
 
 }  // namespace vxemu

@@ -22,6 +22,7 @@
 #include <system_error>
 
 #include "command_line.h"
+#include "control_channel.h"
 #include "driver_service.h"
 #include "fault_injector.h"
 #include "fuse_server.h"
@@ -211,6 +212,11 @@ int run_command(const RunOptions &opts) {
     SysfsTree tree(host, log, faults);
     FuseServer fuse(tree);
     SeccompSupervisor supervisor(host, driver, netlink, log);
+    ControlServer control;
+    if (!control.open(run_dir)) {
+        fail("control socket in " + run_dir + ": " + std::strerror(errno));
+        return kExitSetup;
+    }
 
     // ---- signals: handled in the loop, so the sandbox is always torn down
     sigset_t mask, old_mask;
@@ -312,7 +318,9 @@ int run_command(const RunOptions &opts) {
         pfds.push_back({fuse_alive ? fuse.fd() : -1, POLLIN, 0});
         pfds.push_back({sigfd.get(), POLLIN, 0});
         const std::vector<int> nl = supervisor.netlink_fds();
+        const std::vector<int> ctl = control.fds();
         for (int fd : nl) pfds.push_back({fd, POLLIN, 0});
+        for (int fd : ctl) pfds.push_back({fd, POLLIN, 0});
         if (::poll(pfds.data(), pfds.size(), -1) < 0) {
             if (errno == EINTR) continue;
             fail(std::string("poll: ") + std::strerror(errno));
@@ -322,6 +330,8 @@ int run_command(const RunOptions &opts) {
         if (pfds[0].revents & POLLIN) supervisor.process();
         for (size_t k = 0; k < nl.size(); ++k)
             if (pfds[3 + k].revents != 0 && !supervisor.serve_netlink(nl[k])) supervisor.drop_netlink(nl[k]);
+        for (size_t k = 0; k < ctl.size(); ++k)
+            if (pfds[3 + nl.size() + k].revents != 0) control.serve(ctl[k], host);
         if (pfds[2].revents != 0) {
             signalfd_siginfo si{};
             while (::read(sigfd.get(), &si, sizeof si) == sizeof si) {

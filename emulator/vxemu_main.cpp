@@ -7,6 +7,7 @@
 
 #include "chipdata.h"
 #include "command_line.h"
+#include "control_channel.h"
 #include "run_command.h"
 
 #ifdef VXEMU_HAVE_MKIMAGE
@@ -20,6 +21,7 @@ constexpr const char kHelp[] =
     "  vxemu run [--host FILE] [--state DIR] [--log FILE] -- COMMAND [ARGS...]\n"
     "  vxemu chips                  list the chips a host description accepts\n"
     "  vxemu mkimage ...            (see vxemu mkimage --help)\n"
+    "  vxemu event ...              (see vxemu event --help)\n"
     "  vxemu --help | --version\n"
     "  vxemu COMMAND --help         help on one command\n"
     "\n";
@@ -54,6 +56,7 @@ constexpr const char kRunHelp[] =
     "  traffic.jsonl                one JSON object per request or attribute access\n"
     "  traffic.N.jsonl              the logs of earlier runs, 1 the oldest\n"
     "  host.json                    the host description of the last run\n"
+    "  .run/control                 while running: `vxemu event` raises driver events here\n"
     "A second run with the same state directory starts from what the first one left.\n"
     "\n"
     "Traffic log: one JSON object per line, in the order the driver saw them:\n"
@@ -61,7 +64,10 @@ constexpr const char kRunHelp[] =
     "  pid        the calling thread\n"
     "  adapter, function        the adapter's name and PCI function index\n"
     "  command, subcode, layout  ioctl command, sub-code, \"current\" or \"old\" header\n"
-    "  attribute, op, text       attribute name, open/read/write, optrom_ctl command\n"
+    "  attribute, op, text       attribute name, open/read/write, optrom_ctl command;\n"
+    "                            text also holds a SCSI command's bytes (its LUN in\n"
+    "                            offset, its opcode in region), \"enable\"/\"disable\"\n"
+    "                            of event reporting, or a netlink bulk chunk\n"
     "  region, offset, length    the flash window or the bytes moved\n"
     "  status     the driver's Status word, or -errno for a failed call\n"
     "  fault      the injected fault that fired\n"
@@ -149,6 +155,7 @@ int main(int argc, char **argv) {
             }
             return list_chips();
         }
+        if (cmd == "event") return vxemu::event_main(std::vector<std::string>(argv + 2, argv + argc));
         if (cmd == "mkimage") {
 #ifdef VXEMU_HAVE_MKIMAGE
             return vxemu_mkimage_main(argc - 1, argv + 1);

@@ -4,10 +4,15 @@
 // semaphore.
 #include "vx_event.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <algorithm>
+#include <array>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -15,6 +20,9 @@
 #include "vx_core.h"
 #include "vx_database.h"
 #include "vx_hmdbg.h"
+#include "vx_ioctl.h"
+#include "vx_os.h"
+#include "vx_shared_layout.h"
 
 namespace {
 
@@ -50,13 +58,104 @@ void event_thread() {
 
 }  // namespace
 
+namespace {
+
+constexpr std::size_t kRingEntries = 64;
+constexpr std::size_t kEventSize = sizeof(EXT_ASYNC_EVENT);
+constexpr std::size_t kHeadAt = offsetof(vxapi_hbaptevq_t, q_head);
+constexpr std::size_t kTailAt = offsetof(vxapi_hbaptevq_t, q_tail);
+
+uint8_t *ring_of(uint8_t *shared, int instance, int slot) {
+    return shared + hbaptevq_offset(instance) + sizeof(vxapi_hbaptevq_t) * static_cast<std::size_t>(slot);
+}
+
+uint32_t entry_code(const uint8_t *ring, std::size_t i) {
+    uint32_t code = 0;
+    std::memcpy(&code, ring + i * kEventSize, sizeof code);
+    return code;
+}
+
+uint32_t read_u32(const uint8_t *p) {
+    uint32_t v = 0;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+// Fetches the port's events from the driver and queues them for every
+// library instance on the host.
+void poll_port(int idx, int slot) {
+    std::array<EXT_ASYNC_EVENT, kRingEntries> events{};
+    uint32_t status = 0, returned = 0;
+    vxos::Fd node(vxos::open(api_priv_data[idx].phys_path, O_RDWR));
+    if (!node.ok()) return;
+    const int rc = vxapi_async_event_get(node.get(), idx, events.data(), sizeof events, &status, &returned);
+    if (rc != 0 || !vxapi_status_usable(status)) return;
+    const std::size_t count = std::min<std::size_t>(returned, sizeof events) / kEventSize;
+    if (count > 0) VXDBG_NUM(VXDBG_EVENT, "vxapi_event_thread: events fetched: ", count, 10);
+    for (std::size_t i = 0; i < count; ++i) {
+        uint8_t record[kEventSize];
+        std::memcpy(record, &events[i], kEventSize);
+        vxapi_event_queue(api_shared_data, slot, record);
+    }
+}
+
+}  // namespace
+
+void vxapi_event_queue(uint8_t *shared, int slot, const uint8_t record[16]) {
+    if (shared == nullptr || slot < 0 || slot >= kSharedAdapters) return;
+    for (int inst = 0; inst < kSharedInstances; ++inst) {
+        if ((read_u32(shared + libinst_flags_offset(inst)) & kInstAlive) == 0) continue;
+        uint8_t *ring = ring_of(shared, inst, slot);
+        uint8_t &head = ring[kHeadAt];
+        uint8_t &tail = ring[kTailAt];
+        // The file is shared with other processes: never trust an index.
+        head %= kRingEntries;
+        tail %= kRingEntries;
+        if (entry_code(ring, tail) != 0) {
+            tail = static_cast<uint8_t>((tail + 1) % kRingEntries);
+            if (tail == head) head = static_cast<uint8_t>((head + 1) % kRingEntries);
+        }
+        std::memcpy(ring + tail * kEventSize, record, kEventSize);
+    }
+}
+
+std::size_t vxapi_event_take(uint8_t *shared, int instance, int slot, uint8_t *out, std::size_t out_records) {
+    if (shared == nullptr || slot < 0 || slot >= kSharedAdapters || instance < 0 || instance >= kSharedInstances)
+        return 0;
+    uint8_t *ring = ring_of(shared, instance, slot);
+    const std::size_t head = ring[kHeadAt] % kRingEntries;
+    const std::size_t tail = ring[kTailAt] % kRingEntries;
+    std::size_t n = 0;
+    for (std::size_t step = 0; step < kRingEntries; ++step) {
+        const std::size_t i = (head + step) % kRingEntries;
+        uint8_t *entry = ring + i * kEventSize;
+        if (entry_code(ring, i) != 0) {
+            if (n < out_records) std::memcpy(out + n * kEventSize, entry, kEventSize);
+            ++n;
+        }
+        std::memset(entry, 0, kEventSize);
+        if (i == tail) break;
+    }
+    ring[kHeadAt] = 0;
+    ring[kTailAt] = 0;
+    return n < out_records ? n : out_records;
+}
+
 void vxapi_event_poll_adapters() {
+    if (api_shared_data == nullptr) return;
     for (int i = 0; i < kMaxAdapters; ++i) {
         const vxapi_priv_db_t &rec = api_priv_data[i];
-        if (rec.phys_path[0] == '\0' || (rec.features & VXF_AEN) == 0) continue;
-        // Event records are collected into the shared queues by the event
-        // code once delivery is registered; nothing is registered yet.
-        VXDBG_NUM(VXDBG_EVENT, "vxapi_event_thread: polling hba ", i, 10);
+        if (rec.phys_path[0] == '\0') break;
+        const int slot = vxapi_db_find_entry(i);
+        if (slot < 0) continue;
+        // Only ports served by driver requests are polled, and only those
+        // whose event reporting this process registered.
+        if ((rec.features & VXF_SYSFS) == 0 && (rec.features & VXF_AEN) != 0) {
+            VXDBG_NUM(VXDBG_EVENT, "vxapi_event_thread: polling hba ", i, 10);
+            poll_port(i, slot);
+        }
+        // Callback delivery: no public call registers a callback, so the
+        // per-adapter callback bit of this instance is never set.
     }
 }
 

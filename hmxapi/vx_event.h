@@ -2,6 +2,9 @@
 // The per-process event thread.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+
 // Starts the thread (once per attach of the shared state); 0 on success.
 int vxapi_event_start();
 // Sets the stop flag and joins the thread.
@@ -10,3 +13,16 @@ void vxapi_event_clear_stop();
 // One polling pass over the adapters with event delivery registered; runs
 // with the shared-state semaphore held.
 void vxapi_event_poll_adapters();
+
+// Adds one 16-byte driver event record to the ring of adapter slot `slot`
+// of every live library instance of the shared state; a full ring drops its
+// oldest entry. Runs with the shared-state semaphore held.
+void vxapi_event_queue(uint8_t *shared, int slot, const uint8_t record[16]);
+// Empties this instance's ring of `slot`, oldest first, into `out` (room for
+// `out_records` records of 16 bytes); returns the number of records copied.
+std::size_t vxapi_event_take(uint8_t *shared, int instance, int slot, uint8_t *out, std::size_t out_records);
+
+namespace vxhmx {
+// The public event code of a driver event code; 0 for codes not reported.
+uint32_t aen_public_code(uint32_t driver_code);
+}  // namespace vxhmx

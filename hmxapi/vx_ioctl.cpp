@@ -14,6 +14,7 @@
 #include "vx_flash.h"
 #include "vx_hmdbg.h"
 #include "vx_os.h"
+#include "vx_netlink.h"
 #include "vx_sysfs.h"
 
 uint64_t vxapi_ptr_to_64bit(const void *p) { return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(p)); }
@@ -78,6 +79,16 @@ namespace {
 
 bool is_sysfs(int api_idx) {
     return vxapi_valid_index(api_idx) && (api_priv_data[api_idx].features & VXF_SYSFS) != 0;
+}
+
+// The driver's netlink socket is open (recorded in record 0).
+bool netlink_open() { return (api_priv_data[0].features & VXF_NL_MGMT) != 0 && gnl_fd >= 0; }
+
+// The netlink result as a wrapper reports it: 0, or -1 with errno set.
+int nl_result(int rc) {
+    if (rc == 0) return 0;
+    errno = EIO;
+    return -1;
 }
 
 }  // namespace
@@ -187,7 +198,11 @@ int vxapi_async_event_reg(int fd, int api_idx, const EXT_REG_AEN *reg, uint32_t 
 
 int vxapi_async_event_get(int fd, int api_idx, EXT_ASYNC_EVENT *events, uint32_t len, uint32_t *status,
                           uint32_t *returned_len) {
-    if (is_sysfs(api_idx)) return vxsysfs_async_event_get(fd, api_idx, events, len, status, returned_len);
+    if (is_sysfs(api_idx)) {
+        if (netlink_open())
+            return vxapi_nl_get_aen(gnl_fd, api_priv_data[api_idx].host_no, events, len, status, returned_len);
+        return vxsysfs_async_event_get(fd, api_idx, events, len, status, returned_len);
+    }
     return vxapi_send(fd, api_idx, {"vxapi_async_event_get", EXT_CC_GET_AEN, 0, 0, nullptr, 0, events, len}, status,
                       nullptr, returned_len);
 }
@@ -393,6 +408,46 @@ int vxapi_get_driver_specifics(int fd, int api_idx, EXT_LN_DRIVER_DATA *data, ui
                            {"vxapi_get_driver_specifics", EXT_CC_DRIVER_SPECIFIC, 0, 0, nullptr, 0, data,
                             sizeof *data},
                            status, nullptr);
+}
+
+int vxapi_send_fc_scsipt(int fd, int api_idx, EXT_SCSI_PASSTHRU *pt, uint8_t *data, uint32_t len, uint32_t *status,
+                         uint32_t *scsi_status, uint32_t *xferred) {
+    if (is_sysfs(api_idx)) return vxsysfs_send_fc_scsipt(fd, api_idx, pt, data, len, status, scsi_status, xferred);
+    return vxapi_send(fd, api_idx,
+                      {"vxapi_send_fc_scsipt", EXT_CC_SEND_SCSI_PASSTHRU, EXT_SC_SCSI_PT_BY_PORT_NAME, 0, pt,
+                       sizeof *pt, data, len},
+                      status, scsi_status, xferred);
+}
+
+int vxapi_port_param(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status) {
+    if (is_sysfs(api_idx)) {
+        if (!netlink_open()) return vxsysfs_port_param(fd, api_idx, buf, len, status);
+        return nl_result(vxapi_nl_port_param(gnl_fd, api_priv_data[api_idx].host_no, buf, len, status));
+    }
+    return vxapi_send(fd, api_idx, {"vxapi_port_param", EXT_CC_PORT_PARAM, 0, 0, buf, len, buf, len}, status);
+}
+
+int vxapi_loopback_test(int fd, int api_idx, const uint8_t *req, uint32_t req_len, uint8_t *resp, uint32_t resp_len,
+                        uint32_t *status) {
+    if (is_sysfs(api_idx)) {
+        if (!netlink_open()) return vxsysfs_loopback_test(fd, api_idx, req, req_len, resp, resp_len, status);
+        return nl_result(vxapi_nl_loopback_test(gnl_fd, api_priv_data[api_idx].host_no, req, req_len, status));
+    }
+    return vxapi_send(fd, api_idx, {"vxapi_loopback_test", EXT_CC_LOOPBACK, 0, 0, req, req_len, resp, resp_len}, status);
+}
+
+int vxapi_tamar_mgmt(int fd, int api_idx, uint16_t operation, uint8_t *buf, uint32_t len, uint32_t *status) {
+    if (is_sysfs(api_idx)) {
+        if (!netlink_open()) return vxsysfs_tamar_mgmt(fd, api_idx, operation, buf, len, status);
+        const uint16_t host_no = api_priv_data[api_idx].host_no;
+        switch (operation) {
+        case vxnl::kBridgeReset: return nl_result(vxapi_nl_FCX15x_reset(gnl_fd, host_no, buf, len, status));
+        case vxnl::kBridgeUpdateFw: return nl_result(vxapi_nl_FCX15x_updatefw(gnl_fd, host_no, buf, len, status));
+        case vxnl::kBridgeMgmt: return nl_result(vxapi_nl_FCX15x_mgmt(gnl_fd, host_no, buf, len, status));
+        default: vxapi_set_status(status, EXT_STATUS_INVALID_PARAM); return nl_result(1);
+        }
+    }
+    return vxapi_send(fd, api_idx, {"vxapi_tamar_mgmt", EXT_CC_TAMAR_MGMT, operation, 0, buf, len, buf, len}, status);
 }
 
 int vxapi_wwpn_to_scsiaddr(int fd, int api_idx, const uint8_t wwpn[8], EXT_SCSI_ADDR *addr, uint32_t *status) {

@@ -157,6 +157,7 @@ enum : uint16_t {
     EXT_SC_GET_PORT_STATISTICS = 112,
     EXT_SC_SET_BEACON = 8,
     EXT_SC_RAW_FLASH = 0xFFFF,
+    EXT_SC_SCSI_PT_BY_PORT_NAME = 1,
 };
 // The raw flash request carries the raw pseudo region's code as its subcode.
 static_assert(EXT_SC_RAW_FLASH == vxhmx::kRegionRawFlash);
@@ -247,6 +248,19 @@ int vxapi_get_optrom_layout(int fd, int api_idx, uint8_t *buf, uint32_t len, uin
                             uint32_t *detail = nullptr);
 int vxapi_activate_region(int fd, int api_idx, uint16_t region, uint32_t *status);
 int vxapi_get_driver_specifics(int fd, int api_idx, EXT_LN_DRIVER_DATA *data, uint32_t *status);
+// Port parameters (INT_PORT_PARAM, speed in Gbit/s), the loopback test and
+// the FCX15x bridge operations (1 reset, 2 firmware update, 3 management).
+// Sysfs adapters take them over netlink while the driver socket is open.
+int vxapi_port_param(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status);
+int vxapi_loopback_test(int fd, int api_idx, const uint8_t *req, uint32_t req_len, uint8_t *resp, uint32_t resp_len,
+                        uint32_t *status);
+int vxapi_tamar_mgmt(int fd, int api_idx, uint16_t operation, uint8_t *buf, uint32_t len, uint32_t *status);
+// SCSI pass-through addressed by port name (command 0x05, sub-code 1): the
+// descriptor in, sense back in it; `data` is read into or written from by
+// the direction the descriptor gives. The SCSI status comes back in
+// *scsi_status and the bytes moved in *xferred.
+int vxapi_send_fc_scsipt(int fd, int api_idx, EXT_SCSI_PASSTHRU *pt, uint8_t *data, uint32_t len, uint32_t *status,
+                         uint32_t *scsi_status, uint32_t *xferred);
 int vxapi_wwpn_to_scsiaddr(int fd, int api_idx, const uint8_t wwpn[8], EXT_SCSI_ADDR *addr, uint32_t *status);
 int vxapi_set_instance(int fd, uint16_t drvr_inst, int api_idx, uint32_t *status, uint16_t *host_no);
 // Request 0xFF: the number of driver instances, from the reply's Instance.

@@ -42,6 +42,15 @@ int vxsysfs_set_beacon(int fd, int api_idx, const EXT_BEACON_CONTROL *beacon, ui
 int vxsysfs_async_event_reg(int fd, int api_idx, const EXT_REG_AEN *reg, uint32_t *status);
 int vxsysfs_async_event_get(int fd, int api_idx, EXT_ASYNC_EVENT *events, uint32_t len, uint32_t *status,
                             uint32_t *returned_len);
+// Without netlink, sysfs cannot carry these.
+int vxsysfs_port_param(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *status);
+int vxsysfs_loopback_test(int fd, int api_idx, const uint8_t *req, uint32_t req_len, uint8_t *resp, uint32_t resp_len,
+                          uint32_t *status);
+int vxsysfs_tamar_mgmt(int fd, int api_idx, uint16_t operation, uint8_t *buf, uint32_t len, uint32_t *status);
+// SCSI pass-through on a sysfs port, through the SCSI generic node of the
+// target's LUN.
+int vxsysfs_send_fc_scsipt(int fd, int api_idx, EXT_SCSI_PASSTHRU *pt, uint8_t *data, uint32_t len, uint32_t *status,
+                           uint32_t *scsi_status, uint32_t *xferred);
 
 // Loads the adapter's flash layout into the library-wide layout that
 // vxsysfs_map_region consults (after the open of an FCX160 or FCX180 port).

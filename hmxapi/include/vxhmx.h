@@ -838,6 +838,78 @@ VXHMX_API uint32_t HmUpdateVpd(int Device, uint16_t HbaDevPortNum, uint8_t *pBuf
 
 /* ==== End of adapter data ================================================ */
 
+/* ==== Asynchronous events ================================================ */
+
+/* One event as HmGetAen reports it. EventCode: 1 to 7 for the driver events
+ * 0x8010 to 0x8013 (1 to 4), 0x8014 (6), 0x8015 (5) and 0x8060 (7); the
+ * numbers of 0x8014 and 0x8015 are exchanged on purpose. Reserved is never
+ * written by the library. */
+typedef struct _ASYNCEVENT {
+    uint32_t EventCode;
+    uint32_t Reserved[3];
+} ASYNCEVENT;
+
+/* Switch the driver's event reporting for the port on or off. While it is
+ * on, the library's event thread fetches the port's events every 15 seconds
+ * into a queue of 64 per process; the oldest are dropped beyond that. The
+ * last close of the port on the host switches reporting off.
+ * Returns 0; HMX_ERR_INVALID_HANDLE; the driver's completion code through
+ * HmXlateHMXErr; an errno value when the request could not be sent;
+ * HMX_ERR_UNKNOWN. Takes no lock. */
+VXHMX_API uint32_t HmEnableAen(int Device);
+VXHMX_API uint32_t HmDisableAen(int Device);
+
+/* Takes the queued events of the port: up to AEventBufSize / 16 records go
+ * to pAEvents and their number to *pAEventCount. When more are queued than
+ * fit, the newest are reported and the older ones discarded: the queue is
+ * always emptied. A record whose driver code is not listed above stays as
+ * the caller left it. Returns 0; HMX_ERR_INVALID_HANDLE;
+ * HMX_ERR_INVALID_PARAMETER (null pAEventCount, or null pAEvents with room
+ * for a record); HMX_ERR_UNKNOWN (the port is not in the shared state);
+ * HMX_ERR_OUT_OF_MEMORY. Takes the shared-state semaphore. */
+VXHMX_API uint32_t HmGetAen(int Device, ASYNCEVENT *pAEvents, uint32_t AEventBufSize, uint32_t *pAEventCount);
+
+/* ==== SCSI pass-through ================================================== */
+
+/* The target of a SCSI command: AddressType 2 (the only one accepted) with
+ * the target's port world-wide name in AddressUsing, and the LUN. */
+typedef struct _DESTINATIONADDRESS {
+    uint16_t AddressType;
+    uint8_t AddressUsing[8];
+    uint16_t LunNumber;
+} DESTINATIONADDRESS;
+
+/* Sends one SCSI command of ValidCdbLen (at most 16) bytes to a target
+ * behind the port. Give pRespBuf to read RespBufSize bytes from the target,
+ * pReqBuf to write ReqBufSize bytes to it, or neither; never both. Up to 256
+ * bytes of sense (at most SenseBufSize) are returned in pSenseBuf when the
+ * target reports CHECK CONDITION.
+ * Returns 0; HMX_ERR_INVALID_HANDLE; HMX_ERR_INVALID_PARAMETER (command too
+ * long, AddressType not 2, both buffers, null pDestAddr or pCdbBuf; nothing
+ * is sent); HMX_ERR_SCSI_CHECK_CONDITION (sense returned); the driver's
+ * completion code and SCSI status through HmXlateHMXErr; an errno value;
+ * HMX_ERR_UNKNOWN. Takes no lock. */
+VXHMX_API uint32_t HmSendScsiPassThruFC(int fd, DESTINATIONADDRESS *pDestAddr, uint8_t *pCdbBuf, uint32_t ValidCdbLen,
+                                        uint8_t *pReqBuf, uint32_t ReqBufSize, uint8_t *pRespBuf, uint32_t RespBufSize,
+                                        uint8_t *pSenseBuf, uint32_t SenseBufSize);
+
+/* INQUIRY (allocation length: the smaller of RespSize and 255, into a
+ * RespSize-byte buffer) and READ CAPACITY(10). Statuses as above. */
+VXHMX_API uint32_t HmSendScsiInquiryCmdFC(int fd, DESTINATIONADDRESS *pDestAddr, uint8_t *pResp, uint32_t RespSize,
+                                          uint8_t *pSense, uint32_t SenseSize);
+VXHMX_API uint32_t HmSendScsiReadCapacityCmdFC(int fd, DESTINATIONADDRESS *pDestAddr, uint8_t *pResp,
+                                               uint32_t RespSize, uint8_t *pSense, uint32_t SenseSize);
+
+/* REPORT LUNS into pRespBuf. A target that refuses the command (ILLEGAL
+ * REQUEST) is probed LUN by LUN from 0 to 255 instead (INQUIRY, then READ
+ * CAPACITY; a LUN answering INQUIRY with 0x7F ends the probe); the list is
+ * then built by the library, pDestAddr->LunNumber is left at the last LUN
+ * probed and the status is HMX_ERR_NOT_FROM_DEVICE. The list length in the
+ * first four bytes counts every LUN found, even those that did not fit.
+ * Other statuses as above. */
+VXHMX_API uint32_t HmSendScsiReportLunsCmdFC(int fd, DESTINATIONADDRESS *pDestAddr, uint8_t *pRespBuf,
+                                             uint32_t RespBufSize, uint8_t *pSense, uint32_t SenseSize);
+
 
 #ifdef __cplusplus
 }

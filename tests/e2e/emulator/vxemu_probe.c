@@ -311,8 +311,13 @@ int main(int argc, char **argv) {
         memset(reqb, 0, 352);
         put16(reqb, 2, (uint16_t)num(argv[2]));
         put16(reqb, 4, (uint16_t)num(argv[3]));
-        reqb[17] = 6;
+        /* a read of up to 256 bytes, the allocation length in the command */
+        reqb[16] = 1;
         reqb[18] = (uint8_t)num(argv[4]);
+        reqb[17] = reqb[18] == 0xa0 ? 12 : reqb[18] == 0x25 ? 10 : 6;
+        if (reqb[18] == 0x12) reqb[18 + 4] = 255;
+        if (reqb[18] == 0xa0) reqb[18 + 8] = 1;
+        put16(reqb, 94, 32); /* sense bytes wanted */
         r.reqlen = 352;
         r.resplen = 256;
         issue(&r);
