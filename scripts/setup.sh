@@ -15,6 +15,7 @@ packages=(
   scdoc                   # manual pages
   man-db groff-base       # rendering them in the tests
   abigail-tools           # the library's ABI check
+  ansible-core            # only the fleet rollout test (tests/e2e/fleet) needs it
   strace
   "$@"
 )
