@@ -48,14 +48,18 @@ play() {
 }
 
 # boot ROUND: starts every host once so that its adapters' files exist, and
-# records their checksums.
+# records their checksums (the canary's apart when the round is "bad": its
+# other adapters may well be updated before the bad image is refused).
 boot() {
   local round=$1
   for h in "${hosts[@]}"; do
     mkdir -p "$work/$round/$h"
     (cd "$work/$round/$h" && "$vxemu" run --state "$work/$round/$h/state" -- true)
   done
-  (cd "$work/$round" && find . -path '*/state/adapters/*' -type f -print0 | sort -z | xargs -0 sha256sum) >"$work/$round.sums"
+  local skip=none
+  [ "$round" = bad ] && skip=h1
+  (cd "$work/$round" && find . -path '*/state/adapters/*' -not -path "./$skip/*" -type f -print0 | sort -z |
+    xargs -0 sha256sum) >"$work/$round.sums"
 }
 unchanged() { (cd "$work/$1" && sha256sum --quiet -c "$work/$1.sums") || fail "$1: adapter files changed"; }
 
@@ -108,7 +112,7 @@ play bad
 [ "$rc" -ne 0 ] || fail "a failed canary must fail the rollout"
 expect_eq "$(host_status bad h1)" failed "bad rollout: the canary"
 expect_eq "$(summary_line bad 'not run')" 7 "bad rollout: hosts not run"
-grep -q "^h1: failed (status [0-9]*) - .*$bad_image" "$work/bad/report/summary.txt" ||
+grep -q "^h1: failed (status [0-9]*) - .*$bad_image.*; Warning: Unable to update all HBAs" "$work/bad/report/summary.txt" ||
   fail "the summary carries the tool's own message: $(cat "$work/bad/report/summary.txt")"
 unchanged bad
 
