@@ -19,6 +19,7 @@
 #include "oem_rules.h"
 #include "option_rom.h"
 #include "optrom_request.h"
+#include "oss_files.h"
 #include "port_gate.h"
 #include "region_plan.h"
 #include "vxhmx.h"
@@ -170,8 +171,12 @@ int OptionROMRegionUpdate(const HMXDevice *device, const char *file) {
         PrintLogMessage(kMsgError, "Cannot open file %s !", file);
         return sizeStatus;
     }
-    FilePtr stream(std::fopen(file, "rb"));
-    if (!stream) {
+    // Opened under the image rule (a regular file, not planted in a shared
+    // directory) and required to be the file just measured: a name swapped
+    // in between is refused, not read.
+    FilePtr stream(OSSOpenImageFile(file));
+    struct stat opened {};
+    if (!stream || ::fstat(::fileno(stream.get()), &opened) != 0 || opened.st_size != fileSize) {
         PrintLogMessage(kMsgError, "Cannot open file %s !", file);
         return 1;
     }
@@ -319,7 +324,7 @@ int DoStdBiosUpdate(const HMXDevice *device, const char *file) {
         default: PrintLogMessage(kMsgError, "Unable to access file %s (Read error) !", file); return -1;
     }
 
-    FilePtr stream(std::fopen(file, "rb"));
+    FilePtr stream(OSSOpenImageFile(file));
     if (!stream) {
         // Status 1 here where the load above answers -1; the buffer is freed all the same.
         PrintLogMessage(kMsgError, "Cannot open file %s !", file);
