@@ -722,9 +722,6 @@ void DriverService::aen(Call &c) {
 
 // ---- SCSI ---------------------------------------------------------------------------------
 
-namespace {
-
-// "12 00 00 00 ff 00": the command bytes as the traffic log shows them.
 std::string cdb_text(std::span<const uint8_t> cdb) {
     std::string s;
     char b[4];
@@ -734,8 +731,6 @@ std::string cdb_text(std::span<const uint8_t> cdb) {
     }
     return s;
 }
-
-}  // namespace
 
 ScsiResult scsi_execute(const TargetPort &t, uint16_t lun, std::span<const uint8_t> cdb, uint32_t xfer_len) {
     ScsiResult r;

@@ -47,6 +47,8 @@ struct ScsiResult {
     std::vector<uint8_t> data;
     std::vector<uint8_t> sense;
 };
+// "12 00 00 00 ff 00": the command bytes as the traffic log shows them.
+[[nodiscard]] std::string cdb_text(std::span<const uint8_t> cdb);
 // Runs one command against a target (also used for the SCSI generic node
 // of sysfs hosts); data is cut at the command's allocation length and at
 // xfer_len, the bytes the caller offers.

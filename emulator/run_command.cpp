@@ -211,7 +211,8 @@ int run_command(const RunOptions &opts) {
     NetlinkService netlink(host, log);
     SysfsTree tree(host, log, faults);
     FuseServer fuse(tree);
-    SeccompSupervisor supervisor(host, driver, netlink, log);
+    ScsiGenericService scsi_generic(host, log);
+    SeccompSupervisor supervisor(host, driver, netlink, scsi_generic, log);
     ControlServer control;
     if (!control.open(run_dir)) {
         fail("control socket in " + run_dir + ": " + std::strerror(errno));

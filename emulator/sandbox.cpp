@@ -17,6 +17,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "scsi_generic.h"
 #include "seccomp_supervisor.h"
 #include "unique_fd.h"
 
@@ -153,6 +154,11 @@ void build_dev(const SandboxConfig &cfg, const Host &host) {
     const auto [maj, min] = host.node.stale ? *host.node.stale : std::make_pair(host.node.major, host.node.minor);
     const std::string node = stage + "/" + host.driver.name;
     check(::mknod(node.c_str(), S_IFCHR | 0600, makedev(maj, min)) == 0, "mknod(" + node + ")");
+    // The SCSI generic nodes of sysfs hosts; the command itself may create none.
+    for (const ScsiGenericNode &sg : scsi_generic_nodes(host)) {
+        const std::string p = stage + "/" + sg.name();
+        check(::mknod(p.c_str(), S_IFCHR | 0600, scsi_generic_dev()) == 0, "mknod(" + p + ")");
+    }
     do_mount(stage.c_str(), "/dev", nullptr, MS_MOVE, "");
 }
 

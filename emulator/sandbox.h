@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The sandbox a command runs in: private mount, IPC, UTS and PID namespaces
-// (with a /proc of its own), a private /dev with the driver node and no other
-// device node creatable, the emulated /proc/devices and ostype,
+// (with a /proc of its own), a private /dev with the driver node, the SCSI
+// generic nodes of sysfs hosts and no other device node creatable, the emulated /proc/devices and ostype,
 // overlays on /etc and /usr/lib, a fresh /tmp, and /sys mounted from a
 // /dev/fuse descriptor that is handed to the supervisor together with the
 // seccomp listener. Runs in the forked child; a child of it is process 1 of

@@ -5,6 +5,7 @@
 #include <linux/kcmp.h>
 #include <linux/netlink.h>
 #include <linux/seccomp.h>
+#include <scsi/sg.h>
 #include <seccomp.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
@@ -109,6 +110,8 @@ int load_filter(const FilterOptions &opts) {
     scmp_filter_ctx ctx = seccomp_init(SCMP_ACT_ALLOW);
     if (ctx == nullptr) return -1;
     int rc = seccomp_rule_add(ctx, SCMP_ACT_NOTIFY, SCMP_SYS(ioctl), 1, SCMP_A1(SCMP_CMP_MASKED_EQ, 0xFF00, 0x7900));
+    // SG_IO, for the SCSI generic nodes of sysfs hosts; on any other file it goes on to the kernel.
+    if (rc == 0) rc = seccomp_rule_add(ctx, SCMP_ACT_NOTIFY, SCMP_SYS(ioctl), 1, SCMP_A1(SCMP_CMP_EQ, SG_IO));
     if (rc == 0 && opts.netlink) {
         for (const auto &[type, proto] : {std::pair{SOCK_RAW, kNetlinkDriverProtocol}, std::pair{SOCK_DGRAM, kNetlinkScsiTransport},
                                           std::pair{SOCK_RAW, kNetlinkScsiTransport}}) {
@@ -158,8 +161,9 @@ int load_filter(const FilterOptions &opts) {
     return own;
 }
 
-SeccompSupervisor::SeccompSupervisor(Host &host, DriverService &driver, NetlinkService &netlink, TrafficLog &log)
-    : host_(host), driver_(driver), netlink_(netlink), log_(log) {}
+SeccompSupervisor::SeccompSupervisor(Host &host, DriverService &driver, NetlinkService &netlink,
+                                     ScsiGenericService &sg, TrafficLog &log)
+    : host_(host), driver_(driver), netlink_(netlink), sg_(sg), log_(log) {}
 
 SeccompSupervisor::~SeccompSupervisor() {
     if (req_ != nullptr) seccomp_notify_free(req_, resp_);
@@ -196,7 +200,29 @@ void SeccompSupervisor::process() {
     (void)seccomp_notify_respond(listener_.get(), resp_);  // ENOENT: the caller is gone
 }
 
+void SeccompSupervisor::on_sg_io(seccomp_notif &req, seccomp_notif_resp &resp) {
+    // Ours only when the descriptor is one of the SCSI generic nodes we made.
+    const std::string fd_link =
+        "/proc/" + std::to_string(req.pid) + "/fd/" + std::to_string(static_cast<int>(req.data.args[0]));
+    struct stat st{};
+    std::array<char, 256> target{};
+    const ssize_t n = ::readlink(fd_link.c_str(), target.data(), target.size() - 1);
+    const std::string path = n > 0 ? std::string(target.data(), static_cast<size_t>(n)) : std::string();
+    if (::stat(fd_link.c_str(), &st) != 0 || !S_ISCHR(st.st_mode) || st.st_rdev != scsi_generic_dev() ||
+        !sg_.serves(path)) {
+        resp.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+        return;
+    }
+    ProcessMemory mem(static_cast<pid_t>(req.pid));
+    const int err = sg_.handle_sg_io(path, req.data.args[2], mem, req.pid);
+    if (err != 0) resp.error = -err;
+}
+
 void SeccompSupervisor::on_ioctl(seccomp_notif &req, seccomp_notif_resp &resp) {
+    if (static_cast<unsigned>(req.data.args[1]) == SG_IO) {
+        on_sg_io(req, resp);
+        return;
+    }
     ++ioctls_;
     // The filter stops every ioctl of type 'y', whatever it is issued on; only
     // those on the driver's node reach the driver. The rest fail the way the

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The seccomp side of the emulated driver. In the sandbox, load_filter() makes
-// the kernel hand the driver's requests to us: ioctls of type 'y', netlink
+// the kernel hand the driver's requests to us: ioctls of type 'y' (and SG_IO
+// for the SCSI generic nodes of sysfs hosts), netlink
 // sockets of the driver's protocols (and the calls that configure them), and,
 // when the node must not open, opens. In the supervisor, SeccompSupervisor
 // answers each notification.
@@ -14,6 +15,7 @@
 
 #include "driver_service.h"
 #include "netlink_service.h"
+#include "scsi_generic.h"
 #include "unique_fd.h"
 
 struct seccomp_notif;
@@ -36,7 +38,8 @@ int load_filter(const FilterOptions &opts);
 
 class SeccompSupervisor {
 public:
-    SeccompSupervisor(Host &host, DriverService &driver, NetlinkService &netlink, TrafficLog &log);
+    SeccompSupervisor(Host &host, DriverService &driver, NetlinkService &netlink, ScsiGenericService &sg,
+                      TrafficLog &log);
     ~SeccompSupervisor();
     SeccompSupervisor(const SeccompSupervisor &) = delete;
     SeccompSupervisor &operator=(const SeccompSupervisor &) = delete;
@@ -65,6 +68,7 @@ private:
         int protocol = 0;
     };
     void on_ioctl(seccomp_notif &req, seccomp_notif_resp &resp);
+    void on_sg_io(seccomp_notif &req, seccomp_notif_resp &resp);
     bool on_socket(seccomp_notif &req, seccomp_notif_resp &resp);  // true when answered via ADDFD
     void on_sock_call(seccomp_notif &req, seccomp_notif_resp &resp);
     void on_open(seccomp_notif &req, seccomp_notif_resp &resp);
@@ -73,6 +77,7 @@ private:
     Host &host_;
     DriverService &driver_;
     NetlinkService &netlink_;
+    ScsiGenericService &sg_;
     TrafficLog &log_;
     UniqueFd listener_;
     seccomp_notif *req_ = nullptr;

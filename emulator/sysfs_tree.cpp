@@ -11,6 +11,9 @@
 #include <fstream>
 #include <string_view>
 
+#include "driver_service.h"
+#include "scsi_generic.h"
+
 namespace vxemu {
 
 namespace {
@@ -215,6 +218,51 @@ void SysfsTree::build() {
             add_link(fcpath + "/subsystem", "../../../../../../class/fc_host");
             add_link("class/fc_host/" + host, "../../" + fcpath);
         }
+    }
+    add_scsi_generic();
+}
+
+// Below each sysfs host, a remote port and target per target the port sees,
+// a directory per LUN with its scsi_device and scsi_generic entries, and the
+// class links that lead there: fc_transport/targetH:0:T (the target's names),
+// scsi_device/H:0:T:L and scsi_generic/sgN.
+void SysfsTree::add_scsi_generic() {
+    for (const ScsiGenericNode &sg : scsi_generic_nodes(host_)) {
+        const PortFunction &fn = host_.adapters[sg.adapter].functions[sg.function];
+        char root[32];
+        std::snprintf(root, sizeof root, "pci%04x:%02x", fn.domain(), fn.bus());
+        const std::string h = std::to_string(sg.host_no), t = std::to_string(sg.target_id);
+        const std::string hostpath = std::string("devices/") + root + "/" + fn.pci_address + "/host" + h;
+        const std::string tname = "target" + h + ":0:" + t;
+        const std::string tpath = hostpath + "/rport-" + h + ":0-" + t + "/" + tname;
+        const std::string fct = tpath + "/fc_transport/" + tname;
+        if (!walk(fct)) {
+            const EmulatedTarget *target = nullptr;
+            const auto targets = DriverService::targets_of(fn);
+            for (const EmulatedTarget &cand : targets)
+                if (cand.target_id == sg.target_id) target = &cand;
+            if (target == nullptr) continue;
+            char id[16];
+            std::snprintf(id, sizeof id, "0x%06x\n", target->port_id & 0xFFFFFF);
+            const uint64_t dir = add_dir_path(fct);
+            add_file(dir, "port_name", 0444, AttrKind::text, -1, -1, wwn_text(target->wwpn));
+            add_file(dir, "node_name", 0444, AttrKind::text, -1, -1, wwn_text(target->wwnn));
+            add_file(dir, "port_id", 0444, AttrKind::text, -1, -1, id);
+            add_link(fct + "/device", "../../../" + tname);
+            add_link("class/fc_transport/" + tname, "../../" + fct);
+        }
+        const std::string lname = h + ":0:" + t + ":" + std::to_string(sg.lun);
+        const std::string lpath = tpath + "/" + lname;
+        const std::string sdev = lpath + "/scsi_device/" + lname;
+        add_dir_path(sdev);
+        add_link(sdev + "/device", "../../../" + lname);
+        add_link("class/scsi_device/" + lname, "../../" + sdev);
+        const std::string gpath = lpath + "/scsi_generic/" + sg.name();
+        char devtext[32];
+        std::snprintf(devtext, sizeof devtext, "%u:%u\n", major(scsi_generic_dev()), minor(scsi_generic_dev()));
+        add_file(add_dir_path(gpath), "dev", 0444, AttrKind::text, -1, -1, devtext);
+        add_link(gpath + "/device", "../../../" + lname);
+        add_link("class/scsi_generic/" + sg.name(), "../../" + gpath);
     }
 }
 

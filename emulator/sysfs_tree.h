@@ -85,6 +85,7 @@ private:
                       std::string text = {});
     void add_link(const std::string &path, const std::string &target);
     void build();
+    void add_scsi_generic();
 
     [[nodiscard]] std::string text_of(const SysfsNode &n) const;
     int optrom_ctl(const SysfsNode &n, std::string_view cmd, TrafficEntry &e, unsigned owner);

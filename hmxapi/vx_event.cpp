@@ -64,6 +64,7 @@ constexpr std::size_t kRingEntries = 64;
 constexpr std::size_t kEventSize = sizeof(EXT_ASYNC_EVENT);
 constexpr std::size_t kHeadAt = offsetof(vxapi_hbaptevq_t, q_head);
 constexpr std::size_t kTailAt = offsetof(vxapi_hbaptevq_t, q_tail);
+constexpr uint32_t kCallbackWanted = 0x1;
 
 uint8_t *ring_of(uint8_t *shared, int instance, int slot) {
     return shared + hbaptevq_offset(instance) + sizeof(vxapi_hbaptevq_t) * static_cast<std::size_t>(slot);
@@ -141,6 +142,13 @@ std::size_t vxapi_event_take(uint8_t *shared, int instance, int slot, uint8_t *o
     return n < out_records ? n : out_records;
 }
 
+bool vxapi_event_callbacks_wanted(const uint8_t *shared, int instance, int slot) {
+    if (shared == nullptr || slot < 0 || slot >= kSharedAdapters || instance < 0 || instance >= kSharedInstances)
+        return false;
+    const uint8_t *word = shared + libinst_hbaflags_offset(instance) + sizeof(uint32_t) * static_cast<std::size_t>(slot);
+    return (read_u32(word) & kCallbackWanted) != 0;
+}
+
 void vxapi_event_poll_adapters() {
     if (api_shared_data == nullptr) return;
     for (int i = 0; i < kMaxAdapters; ++i) {
@@ -154,8 +162,12 @@ void vxapi_event_poll_adapters() {
             VXDBG_NUM(VXDBG_EVENT, "vxapi_event_thread: polling hba ", i, 10);
             poll_port(i, slot);
         }
-        // Callback delivery: no public call registers a callback, so the
-        // per-adapter callback bit of this instance is never set.
+        // No exported call registers a callback, so this instance's bits
+        // stay clear (its row is zeroed when it is claimed and closed) and
+        // there is nothing to invoke; a bit found set was written by a
+        // stranger to the file and is only traced.
+        if (vxapi_event_callbacks_wanted(api_shared_data, api_library_instance, slot))
+            VXDBG_NUM(VXDBG_EVENT, "vxapi_event_thread: callbacks wanted, none registered, hba ", i, 10);
     }
 }
 

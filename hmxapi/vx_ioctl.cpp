@@ -427,6 +427,11 @@ int vxapi_port_param(int fd, int api_idx, uint8_t *buf, uint32_t len, uint32_t *
     return vxapi_send(fd, api_idx, {"vxapi_port_param", EXT_CC_PORT_PARAM, 0, 0, buf, len, buf, len}, status);
 }
 
+// Over netlink the request is the pattern itself, sent twice in 64 KiB
+// chunks; the driver compares the second pass with what went round the loop
+// and answers each message with its verdict in `error` and the request's own
+// parameters, no data and no reply record. There is nothing to give back in
+// `resp` on that path, so it is left as the caller passed it.
 int vxapi_loopback_test(int fd, int api_idx, const uint8_t *req, uint32_t req_len, uint8_t *resp, uint32_t resp_len,
                         uint32_t *status) {
     if (is_sysfs(api_idx)) {

@@ -817,12 +817,6 @@ int vxsysfs_async_event_reg(int, int, const EXT_REG_AEN *, uint32_t *s) { return
 int vxsysfs_port_param(int, int, uint8_t *, uint32_t, uint32_t *s) { return not_served(s); }
 int vxsysfs_loopback_test(int, int, const uint8_t *, uint32_t, uint8_t *, uint32_t, uint32_t *s) { return not_served(s); }
 int vxsysfs_tamar_mgmt(int, int, uint16_t, uint8_t *, uint32_t, uint32_t *s) { return not_served(s); }
-int vxsysfs_send_fc_scsipt(int, int, EXT_SCSI_PASSTHRU *, uint8_t *, uint32_t, uint32_t *s, uint32_t *scsi_status,
-                           uint32_t *xferred) {
-    if (scsi_status != nullptr) *scsi_status = 0;
-    if (xferred != nullptr) *xferred = 0;
-    return not_served(s);
-}
 int vxsysfs_async_event_get(int, int, EXT_ASYNC_EVENT *, uint32_t, uint32_t *s, uint32_t *returned_len) {
     if (returned_len != nullptr) *returned_len = 0;
     return not_served(s);

@@ -102,8 +102,9 @@ TEST_F(EventsAndScsi, EventsReachEveryProcessNewestKeptAndDeregisteredOnLastClos
     }
 }
 
-// One ioctl port with two targets: A answers REPORT LUNS, B does not.
-constexpr const char *kTargetsHost = R"({ "driver": { "transport": "ioctl" }, "adapters": [ {
+// One port with two targets: A answers REPORT LUNS, B does not.
+std::string targets_host(const std::string &transport) {
+    return R"({ "driver": { "transport": ")" + transport + R"(" }, "adapters": [ {
   "name": "a0", "chip": "FCX123", "functions": [ { "host": 10, "targets": [
     { "wwpn": "50:06:0e:80:10:00:01:0a", "luns": [
         { "lun": 0, "type": "0x00", "blocks": 2097152 },
@@ -113,27 +114,31 @@ constexpr const char *kTargetsHost = R"({ "driver": { "transport": "ioctl" }, "a
         { "lun": 0 }, { "lun": 1, "type": "0x05" }, { "lun": 2, "sense": "05:25:00" },
         { "lun": 3, "type": "0x7F" }, { "lun": 4 } ] } ] } ] } ] }
 )";
+}
+
+// What scsi_client prints for `scsi 0 A B` against targets_host(): the same
+// over either transport.
+constexpr const char *kScsiClientOut =
+    "open: 0x00000000\n"
+    "inquiry lun 0: 0x00000000 type 00 vendor VARNIX   product STORAGE ARRAY    after ee\n"
+    "read capacity lun 1: 00 00 0f ff 00 00 10 00\n"
+    "read capacity lun 1: 0x00000000\n"
+    "read capacity lun 2: 0x20000040 SCSI check condition\n"
+    "sense: 70 00 06 00 00 00 00 0a 00 00 00 00 29 00 00 00 00 00 00 00\n"
+    "17-byte command: 0x20000064\n"
+    "both buffers: 0x20000064\n"
+    "address type 1: 0x20000064\n"
+    "bad handle: 0x20000065\n"
+    "test unit ready: 0x00000000\n"
+    "report luns A: 0x00000000 list length 24 luns: 0 1 2\n"
+    "report luns B: 0x20000077 list length 16 luns: 0 1\n"
+    "report luns B: Buffer content returned not directly from device; last lun probed 3\n"
+    "report luns B sense: 70 00 05 00 00 00 00 0a 00 00 00 00 20 00 00 00 00 00\n"
+    "close: 0x00000000\n";
 
 TEST_F(EventsAndScsi, PassThroughWrappersSenseAndReportLunsFallback) {
-    const auto r = run(kTargetsHost, "$S scsi 0 50060e801000010a 50060e801000010b\n");
-    EXPECT_EQ(r.out,
-              "open: 0x00000000\n"
-              "inquiry lun 0: 0x00000000 type 00 vendor VARNIX   product STORAGE ARRAY    after ee\n"
-              "read capacity lun 1: 00 00 0f ff 00 00 10 00\n"
-              "read capacity lun 1: 0x00000000\n"
-              "read capacity lun 2: 0x20000040 SCSI check condition\n"
-              "sense: 70 00 06 00 00 00 00 0a 00 00 00 00 29 00 00 00 00 00 00 00\n"
-              "17-byte command: 0x20000064\n"
-              "both buffers: 0x20000064\n"
-              "address type 1: 0x20000064\n"
-              "bad handle: 0x20000065\n"
-              "test unit ready: 0x00000000\n"
-              "report luns A: 0x00000000 list length 24 luns: 0 1 2\n"
-              "report luns B: 0x20000077 list length 16 luns: 0 1\n"
-              "report luns B: Buffer content returned not directly from device; last lun probed 3\n"
-              "report luns B sense: 70 00 05 00 00 00 00 0a 00 00 00 00 20 00 00 00 00 00\n"
-              "close: 0x00000000\n")
-        << r.err;
+    const auto r = run(targets_host("ioctl"), "$S scsi 0 50060e801000010a 50060e801000010b\n");
+    EXPECT_EQ(r.out, kScsiClientOut) << r.err;
     EXPECT_EQ(r.status, 0) << r.err;
     // What went out: the refused calls sent nothing; INQUIRY asks for 255
     // bytes into a 512-byte buffer; the probe of B stops at the 0x7F LUN.
@@ -155,6 +160,47 @@ TEST_F(EventsAndScsi, PassThroughWrappersSenseAndReportLunsFallback) {
         probe += (m[1] == "18" ? " inq" : " cap") + std::string(m[2]);
     }
     EXPECT_EQ(probe, " inq0 cap0 inq1 cap1 inq2 cap2 inq3");
+}
+
+// A sysfs port has no pass-through request: the same commands go out with
+// SG_IO on the SCSI generic node of each LUN, found through sysfs.
+TEST_F(EventsAndScsi, SysfsPortPassesThroughTheScsiGenericNodes) {
+    const auto r = run(targets_host("sysfs"), "ls /dev | grep '^sg' | tr '\\n' ' '; echo\n"
+                                              "$S scsi 0 50060e801000010a 50060e801000010b\n"
+                                              "$S luns 0 50060e80100001ff\n");
+    EXPECT_EQ(r.out, std::string("sg0 sg1 sg2 sg3 sg4 sg5 sg6 sg7 \n") + kScsiClientOut +
+                         "open: 0x00000000\nluns: 0x2000006D list length 0 luns:\nclose: 0x00000000\n")
+        << r.err;
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(requests(5).empty());
+    // A's LUNs are sg0..sg2, B's sg3..sg7. The sense of a CHECK CONDITION
+    // comes back in the node's sense buffer; INQUIRY asks for 255 bytes into
+    // 512; the probe of B stops at its 0x7F LUN; the unknown target sends nothing.
+    std::istringstream in(fwtest::read_file(dir_ / "state/traffic.jsonl"));
+    std::vector<std::string> sent;
+    for (std::string line; std::getline(in, line);)
+        if (line.find("\"kind\":\"sg\"") != std::string::npos)
+            sent.push_back(std::regex_replace(line, std::regex(R"("pid":\d+,)"), ""));
+    auto sg = [](int node, int op, int lun, int len, int status, const char *cdb) {
+        return R"({"kind":"sg","adapter":"a0","function":0,"attribute":"sg)" + std::to_string(node) +
+               R"(","op":"SG_IO","region":)" + std::to_string(op) + R"(,"offset":)" + std::to_string(lun) +
+               R"(,"length":)" + std::to_string(len) + R"(,"status":)" + std::to_string(status) + R"(,"text":")" +
+               cdb + R"("})";
+    };
+    const char *inq36 = "12 00 00 00 24 00", *cap = "25 00 00 00 00 00 00 00 00 00";
+    const std::vector<std::string> want = {
+        sg(0, 18, 0, 512, 0, "12 00 00 00 ff 00"),
+        sg(1, 37, 1, 8, 0, cap),
+        sg(2, 37, 2, 8, 2, cap),
+        sg(0, 0, 0, 0, 0, "00 00 00 00 00 00"),
+        sg(0, 160, 0, 256, 0, "a0 00 00 00 00 00 00 00 01 00 00 00"),
+        sg(3, 160, 0, 256, 2, "a0 00 00 00 00 00 00 00 01 00 00 00"),
+        sg(3, 18, 0, 36, 0, inq36), sg(3, 37, 0, 8, 0, cap),
+        sg(4, 18, 1, 36, 0, inq36), sg(4, 37, 1, 8, 0, cap),
+        sg(5, 18, 2, 36, 2, inq36), sg(5, 37, 2, 8, 2, cap),
+        sg(6, 18, 3, 36, 0, inq36),
+    };
+    EXPECT_EQ(sent, want);
 }
 
 TEST_F(EventsAndScsi, ReportLunsFallbackProbesAllLunsOfALargeLegacyTarget) {

@@ -64,6 +64,22 @@ TEST_F(Rings, SeventyEventsKeepTheNewestSixtyFourInOrder) {
     EXPECT_TRUE(take(0, 4).empty());
 }
 
+// The registry word of instance 3, slot 7 lies at 8288 + 3 * 128 + 7 * 4;
+// only its bit 0 asks for callbacks.
+TEST_F(Rings, CallbackRegistryIsBitZeroOfTheInstanceWordForTheSlot) {
+    uint8_t *word = shared_.data() + 8288 + 3 * 128 + 7 * 4;
+    word[0] = 0xFE;
+    word[1] = 0xFF;
+    EXPECT_FALSE(vxapi_event_callbacks_wanted(shared_.data(), 3, 7));
+    word[0] = 0x01;
+    EXPECT_TRUE(vxapi_event_callbacks_wanted(shared_.data(), 3, 7));
+    EXPECT_FALSE(vxapi_event_callbacks_wanted(shared_.data(), 3, 6));
+    EXPECT_FALSE(vxapi_event_callbacks_wanted(shared_.data(), 2, 7));
+    EXPECT_FALSE(vxapi_event_callbacks_wanted(shared_.data(), 3, 32));
+    EXPECT_FALSE(vxapi_event_callbacks_wanted(shared_.data(), 8, 7));
+    EXPECT_FALSE(vxapi_event_callbacks_wanted(nullptr, 3, 7));
+}
+
 TEST_F(Rings, FillsAfterAnEmptyingAndSurvivesCorruptIndexes) {
     queue(0, 0x8010);
     queue(0, 0x8011);
