@@ -2,9 +2,10 @@
 # SPDX-License-Identifier: MIT
 # Builds every fuzz target (clang, ASan+UBSan) and runs each for SECONDS
 # (default 60), one after the other, over its seeds and regression inputs.
-# Prints the executions per target; a finding is kept under build-fuzz/findings/
-# and ends the run with a failure.
-# For a long run: scripts/fuzz.sh 3600
+# Prints the executions per target and their rate; a finding is kept under
+# build-fuzz/findings/ and ends the run with a failure. FUZZ_RUNS=N also stops
+# each target after N executions.
+# For a long run: FUZZ_RUNS=10000000 nice -n 19 scripts/fuzz.sh 3600
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
