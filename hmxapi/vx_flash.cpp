@@ -279,7 +279,9 @@ uint32_t vxflash_load_adapter_layout(int fd, int api_idx) {
     const int rc = vxapi_get_optrom_layout(fd, api_idx, reply.data(), kLayoutBufferSize, &st, &detail);
     // The driver's completion code speaks for itself; a request that never
     // completed (a failed ioctl, no header) has none and is an unknown error.
-    if (st != EXT_STATUS_OK) return HmXlateHMXErr(st, detail);
+    // A completion the map calls good (a SCSI status of GOOD) carries the
+    // reply like an OK one: success only ever means a layout was stored.
+    if (st != EXT_STATUS_OK && HmXlateHMXErr(st, detail) != HMX_STATUS_OK) return HmXlateHMXErr(st, detail);
     if (rc != 0) return HMX_ERR_UNKNOWN;
     vxhmx::INT_OPT_ROM_LAYOUT layout{};
     if (!vxhmx::vxlayout_parse_reply(reply, layout) || vxhmx::vxlayout_entry_count(layout) == 0)
