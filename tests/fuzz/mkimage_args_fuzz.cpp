@@ -2,7 +2,9 @@
 // `vxemu mkimage` arguments: the kind, options in both forms, numbers,
 // versions, image lists and sizes, and the files it reads and writes. The
 // input is the argument list, one argument per line; it runs in a scratch
-// directory of its own and names no path outside it.
+// directory of its own and names no path outside it. What a run writes is
+// read back with the kit's own readers: the images it asked for are there,
+// and their checksums hold unless it asked for a bad one.
 #include <unistd.h>
 
 #include <cstdlib>
@@ -11,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include "imagekit.h"
+#include "state_files.h"
 #include "quiet.h"
 #include "scratch_dir.h"
 
@@ -42,8 +46,29 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (::chdir(dir.c_str()) != 0) std::abort();
     const int status = vxemu_mkimage_main(static_cast<int>(args.size()), argv.data());
     if (status != 0 && status != 1 && status != 2) std::abort();
-    // Whatever the run wrote goes before the next input.
     std::error_code ec;
+    if (status == 0) {
+        bool bad = false;
+        for (const std::string &a : args) bad = bad || a.find("bad-checksum") != a.npos;
+        for (const auto &e : fs::directory_iterator(dir, ec)) {
+            if (!e.is_regular_file(ec)) continue;
+            auto bytes = vxemu::read_bounded(e.path(), 1u << 27);
+            if (!bytes) std::abort();
+            const std::vector<uint8_t> &b = bytes.value();
+            if (args[1] == "optrom") {
+                const auto images = vxemu::walk_option_rom(b);
+                if (images.empty()) std::abort();
+                for (const auto &img : images)
+                    if (!bad && !img.checksum_ok) std::abort();
+            } else if (args[1] == "firmware") {
+                const auto fw = vxemu::inspect_firmware(b);
+                if (!fw || (!bad && !fw->valid())) std::abort();
+            } else if (args[1] == "vpd") {
+                if (!bad && !vxemu::vpd_checksum_ok(b)) std::abort();
+            }
+        }
+    }
+    // Whatever the run wrote goes before the next input.
     for (const auto &e : fs::directory_iterator(dir, ec)) fs::remove_all(e.path(), ec);
     if (ec) std::abort();
     return 0;
