@@ -19,16 +19,25 @@ inline constexpr uint32_t kDeviceFailoverKindA = 1u << 27;  // failover capabili
 inline constexpr uint32_t kDeviceFailoverKindB = 1u << 26;  // failover capability 0x30000004
 inline constexpr uint32_t kDeviceAenEnabled = 1u << 31;
 
-// One discovered target of a port; its LUN list is kept with it.
+// One LUN of a discovered target, as REPORT LUNS named it, with its size
+// when READ CAPACITY answered.
 struct HMXLun {
     uint16_t lun;
+    bool capacityValid;
+    uint32_t lastBlock;
+    uint32_t blockSize;
     HMXLun *next;
     HMXLun *prev;
 };
 using LunList = FwList<HMXLun>;
 
+inline constexpr size_t kInquirySize = 36;  // standard INQUIRY data
+
+// One discovered target of a port; its LUN list is kept with it.
 struct HMXTarget {
     DISCPORTPROPERTY property;
+    bool inquiryValid;                // LUN 0 answered INQUIRY
+    uint8_t inquiry[kInquirySize];
     LunList luns;
     HMXTarget *next;
     HMXTarget *prev;
@@ -85,6 +94,29 @@ struct OpenLoopCalls {
     void (*found)(int handle, uint32_t instance);
 };
 void CoreRunOpenLoop(const OpenLoopCalls &calls);
+
+// The calls that find a port's targets and their LUNs, passed in so that
+// the rules can be exercised without a fabric. The library's own calls are
+// kLibraryTargetCalls.
+struct TargetProbeCalls {
+    uint32_t (*discTarget)(int handle, uint16_t port, uint32_t index, uint32_t getType, DISCPORTPROPERTY *property);
+    uint32_t (*inquiry)(int handle, DESTINATIONADDRESS *address, uint8_t *resp, uint32_t respSize, uint8_t *sense,
+                        uint32_t senseSize);
+    uint32_t (*reportLuns)(int handle, DESTINATIONADDRESS *address, uint8_t *resp, uint32_t respSize, uint8_t *sense,
+                           uint32_t senseSize);
+    uint32_t (*readCapacity)(int handle, DESTINATIONADDRESS *address, uint8_t *resp, uint32_t respSize,
+                             uint8_t *sense, uint32_t senseSize);
+};
+extern const TargetProbeCalls kLibraryTargetCalls;
+
+// Fills the record's target list: each discovered target of port 0, its
+// INQUIRY data, its LUNs and their capacities. Nothing else reads the list,
+// so a failing call is traced and discovery goes on.
+void CoreReadTargets(HMXDevice *device, const TargetProbeCalls &calls);
+
+// Switches the port's event reporting on and keeps the outcome in
+// kDeviceAenEnabled.
+void CoreEnableEvents(HMXDevice *device, uint32_t (*enable)(int handle));
 
 // Builds the record of one opened port and appends it to the agent device
 // list (unless the port is listed already); returns the record or nullptr.

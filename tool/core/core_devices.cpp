@@ -3,6 +3,7 @@
 // device record of each opened port.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "core.h"
@@ -66,23 +67,102 @@ void read_nvram(HMXDevice *device) {
     if (status != 0) trace_failure("HmGetNVRam(1)", status);
 }
 
-// The port's discovered targets. Nothing reads them later and a failure
-// here never stops discovery: the list ends at the first target that cannot
-// be read.
-void read_targets(HMXDevice *device) {
+constexpr uint16_t kAddressByPortName = 2;
+constexpr uint32_t kSenseSize = 256;
+constexpr uint32_t kReportLunsEntries = 256;  // as many as the library's own probe finds
+constexpr uint32_t kReportLunsSize = 8 + 8 * kReportLunsEntries;
+constexpr uint32_t kReadCapacitySize = 8;
+
+uint32_t be32(const uint8_t *p) {
+    return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 | static_cast<uint32_t>(p[2]) << 8 |
+           p[3];
+}
+
+// The LUN number of a REPORT LUNS entry (peripheral or flat addressing).
+uint16_t entry_lun(const uint8_t *entry) { return static_cast<uint16_t>((entry[0] & 0x3F) << 8 | entry[1]); }
+
+void read_capacity(int handle, DESTINATIONADDRESS *address, HMXLun *lun, const TargetProbeCalls &calls) {
+    uint8_t resp[kReadCapacitySize] = {};
+    uint8_t sense[kSenseSize];
+    address->LunNumber = lun->lun;
+    const uint32_t status = calls.readCapacity(handle, address, resp, sizeof resp, sense, sizeof sense);
+    if (status != 0) {
+        trace_failure("HmSendScsiReadCapacityCmdFC", status);
+        return;
+    }
+    lun->capacityValid = true;
+    lun->lastBlock = be32(resp);
+    lun->blockSize = be32(resp + 4);
+}
+
+// The LUNs the target reports, or those the library found by probing when
+// the target does not know REPORT LUNS; none when neither answered.
+void read_luns(int handle, HMXTarget *target, const TargetProbeCalls &calls) {
+    DESTINATIONADDRESS address{};
+    address.AddressType = kAddressByPortName;
+    std::memcpy(address.AddressUsing, target->property.PortWWN, sizeof address.AddressUsing);
+    uint8_t sense[kSenseSize];
+    address.LunNumber = 0;
+    uint32_t status = calls.inquiry(handle, &address, target->inquiry, sizeof target->inquiry, sense, sizeof sense);
+    if (status == 0)
+        target->inquiryValid = true;
+    else
+        trace_failure("HmSendScsiInquiryCmdFC", status);
+
+    auto *list = static_cast<uint8_t *>(CoreZMalloc(kReportLunsSize));
+    if (list == nullptr) return;
+    status = calls.reportLuns(handle, &address, list, kReportLunsSize, sense, sizeof sense);
+    if (status != 0 && status != HMX_ERR_NOT_FROM_DEVICE) {
+        trace_failure("HmSendScsiReportLunsCmdFC", status);
+        CoreFree(list);
+        return;
+    }
+    // The list length counts every LUN, also those that did not fit.
+    const uint32_t entries = std::min(be32(list) / 8, kReportLunsEntries);
+    for (uint32_t i = 0; i < entries; ++i) {
+        auto *lun = static_cast<HMXLun *>(CoreZMalloc(sizeof(HMXLun)));
+        if (lun == nullptr) break;
+        lun->lun = entry_lun(list + 8 + 8 * i);
+        read_capacity(handle, &address, lun, calls);
+        target->luns.append(lun);
+    }
+    CoreFree(list);
+}
+
+}  // namespace
+
+const TargetProbeCalls kLibraryTargetCalls{HmGetDiscTargetProperty, HmSendScsiInquiryCmdFC,
+                                           HmSendScsiReportLunsCmdFC, HmSendScsiReadCapacityCmdFC};
+
+// The list ends at the first target that cannot be read: the count came
+// with the port record and the driver no longer agrees with it.
+void CoreReadTargets(HMXDevice *device, const TargetProbeCalls &calls) {
     const uint16_t count = device->portProperty.DiscTargetCount;
     for (uint32_t i = 0; i < count; ++i) {
         auto *target = static_cast<HMXTarget *>(CoreZMalloc(sizeof(HMXTarget)));
         if (target == nullptr) return;
-        const uint32_t status = HmGetDiscTargetProperty(device->handle, 0, i, 0, &target->property);
+        const uint32_t status = calls.discTarget(device->handle, 0, i, 0, &target->property);
         if (status != 0) {
             trace_failure("HmGetDiscTargetProperty", status);
             CoreFree(target);
             return;
         }
+        read_luns(device->handle, target, calls);
         device->targets.append(target);
     }
 }
+
+void CoreEnableEvents(HMXDevice *device, uint32_t (*enable)(int handle)) {
+    const uint32_t status = enable(device->handle);
+    if (status == 0) {
+        device->statusFlags |= kDeviceAenEnabled;
+    } else {
+        FwTrace("HmEnableAen failed (0x%x) (%s)", status, HmGetErrorString(status));
+        device->statusFlags &= ~kDeviceAenEnabled;
+    }
+}
+
+namespace {
 
 bool already_listed(const HMXDevice *device) {
     for (const HMXDevice *d = g_DeviceList.first; d != nullptr; d = d->next)
@@ -114,13 +194,15 @@ HMXDevice *CreateNewHMXDevice(int handle, uint32_t instance) {
     read_properties(device);
     device->portIndex = 0;
     read_nvram(device);
-    read_targets(device);
+    CoreReadTargets(device, kLibraryTargetCalls);
     if (already_listed(device)) {
+        // The port is listed under its first instance, events included.
         FwTrace("Duplicate device found: Instance = (%d)", instance);
         DeleteDevice(device);
         return nullptr;
     }
     g_DeviceList.append(device);
+    CoreEnableEvents(device, HmEnableAen);
     return device;
 }
 

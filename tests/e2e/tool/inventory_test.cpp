@@ -239,6 +239,10 @@ TEST_F(Listing, APortSeenUnderTwoInstancesIsListedOnce) {
     // Both instances were opened and read; the second record was dropped.
     EXPECT_EQ(count(traffic(), "\"command\":254,"), 2);
     EXPECT_EQ(count(traffic(), "\"function\":1,\"command\":0,\"subcode\":1,"), 2);
+    // Events are asked for under the instance the port is listed by.
+    EXPECT_EQ(count(traffic(), R"("function":0,"command":2,"subcode":0,"layout":"current","status":0,"text":"enable")"),
+              1);
+    EXPECT_EQ(count(traffic(), "\"function\":1,\"command\":2,"), 0);
 
     r = run(host, {"-i", "-s"});
     EXPECT_EQ(r.status, 0);
@@ -359,4 +363,110 @@ TEST_F(Listing, TheExampleHostsOfBothDriverGenerations) {
                                            "  Port 2 WWPN 21-00-00-1D-E5-44-00-01 SN VXA3100144 (HBA 1) Loop down",
                                            kSeparator, "Total Varnix HBA(s) : 2\n"}));
     EXPECT_GT(count(traffic(), "\"layout\":\"old\""), 0);
+}
+
+namespace {
+
+// The ordered hosts' ports with `targets` added to each function's members.
+std::vector<Card> cards_with_targets(const std::vector<std::string> &targets) {
+    std::vector<Card> cards = ordered_cards();
+    size_t i = 0;
+    for (Card &c : cards)
+        for (Port &p : c.ports) {
+            const std::string &t = targets.at(i++);
+            if (!t.empty()) p.extra += (p.extra.empty() ? "" : ", ") + t;
+        }
+    return cards;
+}
+
+// The driver requests of one command, without the caller's thread id.
+std::vector<std::string> requests_of(const std::string &log, unsigned command) {
+    std::vector<std::string> out;
+    const std::string want = "\"command\":" + std::to_string(command) + ",";
+    std::istringstream in(log);
+    for (std::string line; std::getline(in, line);) {
+        if (line.find("\"kind\":\"ioctl\"") == std::string::npos || line.find(want) == std::string::npos) continue;
+        const auto pid = line.find("\"pid\":");
+        if (pid != std::string::npos) line.erase(pid, line.find(',', pid) + 1 - pid);
+        out.push_back(line);
+    }
+    return out;
+}
+
+}  // namespace
+
+TEST_F(Listing, TargetsBehindThePortsChangeNothingTheToolShows) {
+    // The FCX160's first port sees an array that answers REPORT LUNS (one
+    // LUN in CHECK CONDITION) and a device that does not; its second port is
+    // down; the FCX141 sees the default fabric; the FCX145 a target whose
+    // only LUN is in CHECK CONDITION.
+    const std::vector<std::string> targets{
+        R"("targets": [ { "wwpn": "50:06:0e:80:10:00:01:0a", "luns": [ { "lun": 0 },
+              { "lun": 1, "blocks": 4096, "block_size": 4096 }, { "lun": 2, "sense": "06:29:00" } ] },
+            { "wwpn": "50:06:0e:80:10:00:01:0b", "report_luns": false,
+              "luns": [ { "lun": 0 }, { "lun": 1 }, { "lun": 3, "type": "0x7F" } ] } ])",
+        R"("targets": [ { "wwpn": "50:06:0e:80:10:00:01:0c", "luns": [ { "lun": 0 } ] } ])",
+        "",
+        R"("targets": [ { "wwpn": "50:06:0e:80:10:00:01:0d", "luns": [ { "lun": 0, "sense": "02:04:01" } ] } ])"};
+    const std::string none = R"("targets": [])";
+    const std::string fabric = host_json(cards_with_targets(targets));
+    const std::string bare = host_json(cards_with_targets({none, none, none, none}));
+    // A version control file that finds every supported port at its level.
+    fwtest::write_file(dir_ / "flashwright.properties",
+                       "0x0162,0x1DE5,VX2162,1.10,1.07,2.05,8.2.1,none.bin\n"
+                       "0x1410,0x1E0F,VX2141,1.05,1.02,1.20,5.1.0,none.bin\n");
+
+    for (const std::vector<std::string> &args :
+         {std::vector<std::string>{"/l"}, std::vector<std::string>{"/i"}, std::vector<std::string>{}}) {
+        const std::string mode = args.empty() ? "default" : args[0];
+        const auto without = run(bare, args);
+        const std::string quiet = traffic();
+        const auto with = run(fabric, args);
+        const std::string busy = traffic();
+        EXPECT_EQ(with.out, without.out) << mode;
+        EXPECT_EQ(with.err, without.err) << mode;
+        EXPECT_EQ(with.status, without.status) << mode;
+        EXPECT_NE(with.out.find("VX2145"), std::string::npos) << mode << with.out;
+        EXPECT_EQ(requests_of(quiet, 5).size(), 0u) << mode;
+        EXPECT_EQ(count(quiet, "\"subcode\":4,"), 0) << mode;
+
+        // Each listed port asks for its events; the ports the tool switched
+        // on are switched off again at the end.
+        EXPECT_EQ(count(busy, "\"command\":2,\"subcode\":0,\"layout\":\"current\",\"status\":0,\"text\":\"enable\""), 4)
+            << mode;
+        EXPECT_EQ(count(busy, "\"text\":\"disable\""), 4) << mode;
+        EXPECT_EQ(requests_of(quiet, 2).size(), 8u) << mode;
+
+        // The array: INQUIRY and REPORT LUNS at LUN 0, then the capacity of
+        // each LUN it reported.
+        const auto scsi = requests_of(busy, 5);
+        const std::string c160 =
+            R"({"kind":"ioctl","adapter":"c160","function":0,"command":5,"subcode":1,"layout":"current",)";
+        const std::string readCapacity = R"("length":8,"status":0,"text":"25 00 00 00 00 00 00 00 00 00"})";
+        ASSERT_GE(scsi.size(), 5u) << mode;
+        EXPECT_EQ(std::vector<std::string>(scsi.begin(), scsi.begin() + 5),
+                  (std::vector<std::string>{
+                      c160 + R"("region":18,"offset":0,"length":36,"status":0,"text":"12 00 00 00 24 00"})",
+                      c160 + R"("region":160,"offset":0,"length":2056,"status":0,)"
+                             R"("text":"a0 00 00 00 00 00 00 00 08 08 00 00"})",
+                      c160 + R"("region":37,"offset":0,)" + readCapacity,
+                      c160 + R"("region":37,"offset":1,)" + readCapacity,
+                      c160 + R"("region":37,"offset":2,"length":8,"status":15,)"
+                             R"("text":"25 00 00 00 00 00 00 00 00 00"})"}))
+            << mode;
+        // The device without REPORT LUNS is probed by the library up to the
+        // LUN that says there are no more (INQUIRY of LUNs 0 to 3, READ
+        // CAPACITY of the two present), and its two LUNs are measured again
+        // by the tool.
+        const std::string inquiry = R"("command":5,"subcode":1,"layout":"current","region":18,)";
+        EXPECT_EQ(count(busy, R"("adapter":"c160","function":0,)" + inquiry + R"("offset":3,)"), 1) << mode;
+        EXPECT_EQ(count(busy, R"("adapter":"c160","function":0,"command":5,)"), 5 + 2 + 6 + 2) << mode;
+        // The port whose link is down sees nothing; the default fabric's
+        // older device is probed over all 256 LUNs.
+        EXPECT_EQ(count(busy, R"("adapter":"c160","function":1,"command":5,)"), 0) << mode;
+        EXPECT_EQ(count(busy, R"("adapter":"b141","function":0,)" + inquiry), 1 + 1 + 256) << mode;
+        // A target that answers nothing but CHECK CONDITION has no LUN list.
+        EXPECT_EQ(count(busy, R"("adapter":"a145","function":0,"command":5,)"), 2) << mode;
+        expect_read_only();
+    }
 }

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Adapter inventory on hand-built records: the chip-class views of a port,
 // the open loop's retry rules, the two orderings of the tool's device list,
-// the port numbering and the status word of the listings.
+// the port numbering and the status word of the listings, and the targets,
+// LUNs and event reporting of a port's record.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -271,4 +274,175 @@ TEST(OemRules, BladeSuffixIsAppendedOnceAndNeverPastTheBuffer) {
     EXPECT_STREQ(tight, "VX2160M");
     EXPECT_EQ(isSingleBIOSChipOEM(nullptr), -1);
     EXPECT_EQ(hasSingleBIOSChip(nullptr), -1);
+}
+
+namespace {
+
+// A scripted fabric behind one port: what each target answers, and every
+// SCSI call the retrieval made.
+struct FakeTarget {
+    uint8_t wwpn[8];
+    uint32_t inquiryStatus = 0;
+    uint32_t reportStatus = 0;
+    std::vector<uint8_t> reportList;  // the REPORT LUNS answer
+    std::map<uint16_t, uint32_t> capacityStatus;
+};
+struct FakeFabric {
+    std::vector<FakeTarget> targets;
+    uint32_t failAtTarget = UINT32_MAX;
+    std::vector<std::string> calls;
+};
+FakeFabric *g_fabric;
+
+const FakeTarget *addressed(const DESTINATIONADDRESS *a) {
+    for (const FakeTarget &t : g_fabric->targets)
+        if (a->AddressType == 2 && std::memcmp(a->AddressUsing, t.wwpn, 8) == 0) return &t;
+    ADD_FAILURE() << "a command to no target";
+    return nullptr;
+}
+std::string lun_of(const DESTINATIONADDRESS *a) {
+    return std::to_string(a->AddressUsing[7]) + "/" + std::to_string(a->LunNumber);
+}
+
+uint32_t fake_disc_target(int handle, uint16_t port, uint32_t index, uint32_t getType, DISCPORTPROPERTY *p) {
+    EXPECT_EQ(handle, 7);
+    EXPECT_EQ(port, 0);
+    EXPECT_EQ(getType, 0u);
+    g_fabric->calls.push_back("target " + std::to_string(index));
+    if (index >= g_fabric->failAtTarget || index >= g_fabric->targets.size()) return HMX_ERR_DEVICE_NOT_FOUND;
+    std::memcpy(p->PortWWN, g_fabric->targets[index].wwpn, 8);
+    return 0;
+}
+uint32_t fake_inquiry(int, DESTINATIONADDRESS *a, uint8_t *resp, uint32_t size, uint8_t *, uint32_t) {
+    g_fabric->calls.push_back("inquiry " + lun_of(a) + " " + std::to_string(size));
+    const FakeTarget *t = addressed(a);
+    if (t == nullptr || t->inquiryStatus != 0) return t == nullptr ? HMX_ERR_UNKNOWN : t->inquiryStatus;
+    std::memset(resp, 0, size);
+    std::memcpy(resp + 8, "VARNIX  ", 8);
+    return 0;
+}
+uint32_t fake_report_luns(int, DESTINATIONADDRESS *a, uint8_t *resp, uint32_t size, uint8_t *, uint32_t) {
+    g_fabric->calls.push_back("report " + lun_of(a));
+    const FakeTarget *t = addressed(a);
+    if (t == nullptr) return HMX_ERR_UNKNOWN;
+    std::memset(resp, 0, size);
+    std::memcpy(resp, t->reportList.data(), std::min<size_t>(size, t->reportList.size()));
+    return t->reportStatus;
+}
+uint32_t fake_read_capacity(int, DESTINATIONADDRESS *a, uint8_t *resp, uint32_t size, uint8_t *, uint32_t) {
+    g_fabric->calls.push_back("capacity " + lun_of(a));
+    const FakeTarget *t = addressed(a);
+    if (t == nullptr || size != 8) return HMX_ERR_UNKNOWN;
+    auto it = t->capacityStatus.find(a->LunNumber);
+    if (it != t->capacityStatus.end()) return it->second;
+    const uint8_t answer[8] = {0, 0x1F, 0xFF, static_cast<uint8_t>(a->LunNumber), 0, 0, 0x02, 0};
+    std::memcpy(resp, answer, 8);
+    return 0;
+}
+
+// A REPORT LUNS answer: the list length, then one entry per LUN.
+std::vector<uint8_t> lun_list(std::vector<std::array<uint8_t, 2>> entries, uint32_t length = UINT32_MAX) {
+    if (length == UINT32_MAX) length = static_cast<uint32_t>(entries.size() * 8);
+    std::vector<uint8_t> b{static_cast<uint8_t>(length >> 24), static_cast<uint8_t>(length >> 16),
+                           static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length), 0, 0, 0, 0};
+    for (const auto &e : entries) b.insert(b.end(), {e[0], e[1], 0, 0, 0, 0, 0, 0});
+    return b;
+}
+
+struct ProbedPort {
+    HMXDevice *device;
+    std::vector<std::string> calls;
+    ~ProbedPort() { DeleteDevice(device); }
+};
+
+std::unique_ptr<ProbedPort> probe(FakeFabric fabric, uint16_t reportedTargets) {
+    auto port = std::make_unique<ProbedPort>();
+    port->device = static_cast<HMXDevice *>(CoreZMalloc(sizeof(HMXDevice)));
+    port->device->handle = 7;
+    port->device->portProperty.DiscTargetCount = reportedTargets;
+    g_fabric = &fabric;
+    CoreReadTargets(port->device, TargetProbeCalls{fake_disc_target, fake_inquiry, fake_report_luns,
+                                                   fake_read_capacity});
+    g_fabric = nullptr;
+    port->calls = fabric.calls;
+    return port;
+}
+
+// "lun:lastBlock/blockSize" per LUN, "lun:-" where READ CAPACITY failed.
+std::vector<std::string> luns(const HMXTarget *t) {
+    std::vector<std::string> out;
+    for (const HMXLun *l = t->luns.first; l != nullptr; l = l->next)
+        out.push_back(std::to_string(l->lun) + ":" +
+                      (l->capacityValid ? std::to_string(l->lastBlock) + "/" + std::to_string(l->blockSize) : "-"));
+    return out;
+}
+
+}  // namespace
+
+TEST(TargetRetrieval, EachTargetIsAskedItsLunsAndTheirCapacitiesAndAFailureStopsNothingElse) {
+    FakeFabric fabric;
+    // A: two LUNs, the second in flat addressing; LUN 0 does not report its size.
+    fabric.targets.push_back({{0x50, 0, 0, 0, 0, 0, 0, 0xA}, 0, 0, lun_list({{0, 0}, {0x40, 0x05}}),
+                              {{0, HMX_ERR_SCSI_CHECK_CONDITION}}});
+    // B: does not know REPORT LUNS; the library's probe found LUNs 0 and 2.
+    fabric.targets.push_back(
+        {{0x50, 0, 0, 0, 0, 0, 0, 0xB}, 0, HMX_ERR_NOT_FROM_DEVICE, lun_list({{0, 0}, {0, 2}}), {}});
+    // C: answers neither INQUIRY nor REPORT LUNS.
+    fabric.targets.push_back({{0x50, 0, 0, 0, 0, 0, 0, 0xC}, HMX_ERR_UNKNOWN, HMX_ERR_SCSI_CHECK_CONDITION,
+                              lun_list({{0, 1}}), {}});
+    auto p = probe(fabric, 3);
+    EXPECT_EQ(p->calls, (std::vector<std::string>{"target 0", "inquiry 10/0 36", "report 10/0", "capacity 10/0",
+                                                  "capacity 10/5", "target 1", "inquiry 11/0 36", "report 11/0",
+                                                  "capacity 11/0", "capacity 11/2", "target 2", "inquiry 12/0 36",
+                                                  "report 12/0"}));
+    const TargetList &targets = p->device->targets;
+    ASSERT_EQ(targets.count, 3u);
+    const HMXTarget *a = targets.first;
+    EXPECT_TRUE(a->inquiryValid);
+    EXPECT_EQ(std::memcmp(a->inquiry + 8, "VARNIX", 6), 0);
+    EXPECT_EQ(luns(a), (std::vector<std::string>{"0:-", "5:2096901/512"}));
+    EXPECT_EQ(luns(a->next), (std::vector<std::string>{"0:2096896/512", "2:2096898/512"}));
+    EXPECT_FALSE(targets.last->inquiryValid);
+    EXPECT_EQ(luns(targets.last), std::vector<std::string>{});
+}
+
+TEST(TargetRetrieval, TheListEndsAtTheFirstTargetTheDriverDoesNotKnowAndLongLunListsAreCut) {
+    FakeFabric fabric;
+    // The list length counts 300 LUNs; only as many as fit are read.
+    std::vector<std::array<uint8_t, 2>> many;
+    for (int i = 0; i < 300; ++i) many.push_back({static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)});
+    fabric.targets.push_back({{0x50, 0, 0, 0, 0, 0, 0, 1}, 0, 0, lun_list(many), {}});
+    fabric.targets.push_back({{0x50, 0, 0, 0, 0, 0, 0, 2}, 0, 0, lun_list({}), {}});
+    fabric.failAtTarget = 1;
+    auto p = probe(fabric, 5);
+    ASSERT_EQ(p->device->targets.count, 1u);
+    const std::vector<std::string> found = luns(p->device->targets.first);
+    ASSERT_EQ(found.size(), 256u);
+    EXPECT_EQ(found.back(), "255:2097151/512");
+    EXPECT_EQ(p->calls.back(), "target 1");
+
+    // No target reported: nothing is asked.
+    EXPECT_EQ(probe(FakeFabric{}, 0)->calls, std::vector<std::string>{});
+}
+
+namespace {
+uint32_t g_enableStatus;
+int g_enabledHandle;
+uint32_t fake_enable(int handle) {
+    g_enabledHandle = handle;
+    return g_enableStatus;
+}
+}  // namespace
+
+TEST(EventReporting, TheFlagFollowsTheLastEnable) {
+    HMXDevice d{};
+    d.handle = 4;
+    d.statusFlags = kDeviceFailoverKindA;
+    g_enableStatus = 0;
+    CoreEnableEvents(&d, fake_enable);
+    EXPECT_EQ(g_enabledHandle, 4);
+    EXPECT_EQ(d.statusFlags, kDeviceFailoverKindA | kDeviceAenEnabled);
+    g_enableStatus = HMX_ERR_NOT_SUPPORTED;
+    CoreEnableEvents(&d, fake_enable);
+    EXPECT_EQ(d.statusFlags, kDeviceFailoverKindA);
 }
