@@ -20,7 +20,7 @@ inline constexpr uint32_t kDeviceFailoverKindB = 1u << 26;  // failover capabili
 inline constexpr uint32_t kDeviceAenEnabled = 1u << 31;
 
 // One LUN of a discovered target, as REPORT LUNS named it, with its size
-// when READ CAPACITY answered.
+// when READ CAPACITY answered to the tool.
 struct HMXLun {
     uint16_t lun;
     bool capacityValid;

@@ -117,13 +117,16 @@ void read_luns(int handle, HMXTarget *target, const TargetProbeCalls &calls) {
         CoreFree(list);
         return;
     }
-    // The list length counts every LUN, also those that did not fit.
+    // The list length counts every LUN, also those that did not fit. A list
+    // the library built by probing holds only LUNs that just answered READ
+    // CAPACITY: they are not asked again.
+    const bool probed = status == HMX_ERR_NOT_FROM_DEVICE;
     const uint32_t entries = std::min(be32(list) / 8, kReportLunsEntries);
     for (uint32_t i = 0; i < entries; ++i) {
         auto *lun = static_cast<HMXLun *>(CoreZMalloc(sizeof(HMXLun)));
         if (lun == nullptr) break;
         lun->lun = entry_lun(list + 8 + 8 * i);
-        read_capacity(handle, &address, lun, calls);
+        if (!probed) read_capacity(handle, &address, lun, calls);
         target->luns.append(lun);
     }
     CoreFree(list);
