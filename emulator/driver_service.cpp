@@ -281,6 +281,18 @@ void DriverService::dispatch(Call &c) {
     case kCmdAenGet: aen(c); break;
     case kCmdScsiPassthru: scsi_passthru(c); break;
     case kCmdWwpnToScsiAddr: wwpn_to_scsiaddr(c); break;
+    case kCmdGetSfpData: {
+        // The transceiver's two ID pages (A0h and A2h, 256 bytes each), as
+        // much of them as the caller asked for.
+        std::vector<uint8_t> b(512);
+        ByteWriter w(b);
+        w.u8(0, 0x03);  // identifier: SFP
+        w.u8(2, 0x07);  // LC connector
+        const std::string_view vendor = "VARNIX          ";  // space-padded, no NUL
+        for (size_t i = 0; i < vendor.size(); ++i) w.u8(20 + i, static_cast<uint8_t>(vendor[i]));
+        put_response(c, b);
+        break;
+    }
     case kCmdDriverSpecifics: {
         if (!need_response(c, sizeof(EXT_LN_DRIVER_DATA))) return;
         std::array<uint8_t, sizeof(EXT_LN_DRIVER_DATA)> b{};

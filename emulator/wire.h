@@ -153,6 +153,7 @@ enum Command : uint8_t {
     kCmdOptromLayout = 0x10,
     kCmdGetVpd = 0x11,
     kCmdSetVpd = 0x12,
+    kCmdGetSfpData = 0x13,
     kCmdActivateRegion = 0x18,
     kCmdFoFirst = 0xC8,
     kCmdFoGetLunData = 0xCE,
