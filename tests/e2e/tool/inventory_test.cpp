@@ -469,3 +469,28 @@ TEST_F(Listing, TargetsBehindThePortsChangeNothingTheToolShows) {
         expect_read_only();
     }
 }
+
+TEST_F(Listing, HelpVersionAndABadSwitchOnAHostWithAdapters) {
+    // Whole runs of the modes that print no adapter: help runs the whole
+    // start-up first; the version and a rejected command line stop before it.
+    const std::string host = host_json(ordered_cards());
+    const auto help = run(host, {"/h"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.err, "");
+    EXPECT_EQ(help.out.rfind("NAME\n\r\nflashwright - ", 0), 0u) << help.out;
+    EXPECT_EQ(count(traffic(), "\"command\":254,"), 4);
+    expect_read_only();
+
+    const auto bad = run(host, {"/x"});
+    EXPECT_EQ(bad.status, 7);
+    EXPECT_EQ(bad.err, "");
+    EXPECT_EQ(bad.out, help.out);
+    EXPECT_EQ(count(traffic(), "\"kind\":\"ioctl\""), 0);
+
+    const auto version = run(host, {"/v"});
+    EXPECT_EQ(version.status, 2);
+    EXPECT_EQ(version.err, "");
+    EXPECT_EQ(version.out.rfind("Varnix Flash (Firmware Component) Update Utility\nv1.0.0 Build 9\r\n", 0), 0u)
+        << version.out;
+    EXPECT_EQ(count(traffic(), "\"kind\":\"ioctl\""), 0);
+}
