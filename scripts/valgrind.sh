@@ -55,7 +55,7 @@ run bad-switch 7 -- "$fw" /x
 run default 0 -- "$fw"
 run force 0 -- "$fw" /f
 run rewrite 0 -- "$fw" /e
-run downgrade 1 -- "$fw" /g
+run downgrade 0 -- "$fw" /g
 run silent-force 0 -- "$fw" /s /f
 
 client="$build/bin/every_call_client"
