@@ -5,9 +5,10 @@
 
 namespace vxemu {
 
-bool parse_options(int argc, char **argv, std::span<const OptionSpec> specs, ParsedOptions &out, std::string &error) {
+bool parse_options(int argc, char **argv, std::span<const OptionSpec> specs, ParsedOptions &out, std::string &error,
+                   OptionOrder order) {
     // "+": stop at the first operand; ":": report a missing value as ':'.
-    std::string shorts = "+:";
+    std::string shorts = order == OptionOrder::options_first ? "+:" : ":";
     std::vector<option> longs;
     for (const OptionSpec &s : specs) {
         const int val = s.short_name != 0 ? s.short_name : 0x100 + static_cast<int>(&s - specs.data());
@@ -23,19 +24,28 @@ bool parse_options(int argc, char **argv, std::span<const OptionSpec> specs, Par
             if ((s.short_name != 0 && s.short_name == val) || 0x100 + static_cast<int>(&s - specs.data()) == val) return &s;
         return nullptr;
     };
+    auto spec_named = [&](const std::string &name) -> const OptionSpec * {
+        for (const OptionSpec &s : specs)
+            if (name == s.name) return &s;
+        return nullptr;
+    };
 
     optind = 0;  // a fresh scan, also when called more than once
     opterr = 0;
     for (;;) {
-        const int prev = optind == 0 ? 1 : optind;
         const int c = getopt_long(argc, argv, shorts.c_str(), longs.data(), nullptr);
         if (c == -1) break;
-        // The argument as written, for messages ("--host" of "--host=x" too).
-        std::string written = prev < argc ? argv[prev] : "";
-        if (const size_t eq = written.find('='); written.starts_with("--") && eq != std::string::npos)
-            written.resize(eq);
+        // The argument as written, for messages ("--host" of "--host=x" too):
+        // after an error getopt has just stepped past it.
+        std::string written = optind >= 1 && optind - 1 < argc ? argv[optind - 1] : "";
+        const size_t eq = written.find('=');
+        const bool with_value = written.starts_with("--") && eq != std::string::npos;
+        if (with_value) written.resize(eq);
         if (c == '?') {
-            error = optopt != 0 ? std::string("unknown option -") + static_cast<char>(optopt) : "unknown option " + written;
+            const OptionSpec *s = written.starts_with("--") ? spec_named(written.substr(2)) : nullptr;
+            if (s != nullptr && with_value && !s->has_value) error = "option " + written + " takes no value";
+            else if (written.starts_with("--") || optopt == 0 || optopt >= 0x100) error = "unknown option " + written;
+            else error = std::string("unknown option -") + static_cast<char>(optopt);
             return false;
         }
         if (c == ':') {

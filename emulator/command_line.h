@@ -4,6 +4,7 @@
 // the options. Messages name the option as the user wrote it.
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <utility>
@@ -22,10 +23,15 @@ struct ParsedOptions {
     std::vector<std::string> operands;                          // from the first operand or after "--"
 };
 
-// Parses argv[1..argc-1] (argv[0] names the command in messages). Options end
-// at the first operand, so a command's own arguments are left alone. False
-// with `error` set on an unknown option or a missing value.
+// Where the options may stand: before the first operand only (a command to
+// run follows, whose own options are left alone), or anywhere among the
+// operands (argv is reordered then, as getopt_long does).
+enum class OptionOrder : uint8_t { options_first, anywhere };
+
+// Parses argv[1..argc-1] (argv[0] names the command in messages). False with
+// `error` set on an unknown option, a missing value or a value given to an
+// option that takes none. "--" always ends the options.
 [[nodiscard]] bool parse_options(int argc, char **argv, std::span<const OptionSpec> specs, ParsedOptions &out,
-                                 std::string &error);
+                                 std::string &error, OptionOrder order = OptionOrder::options_first);
 
 }  // namespace vxemu

@@ -14,6 +14,7 @@
 #include <sstream>
 #include <thread>
 
+#include "command_line.h"
 #include "run_command.h"
 
 namespace vxemu {
@@ -144,19 +145,25 @@ std::string ask(const std::string &state_dir, const std::string &request) {
 
 }  // namespace
 
-int event_main(const std::vector<std::string> &args) {
+int event_main(int argc, char **argv) {
+    static constexpr OptionSpec kOptions[] = {{"state", 's', true}, {"wait", 'w', false}, {"help", 'h', false}};
+    ParsedOptions parsed;
+    std::string error;
+    if (!parse_options(argc, argv, kOptions, parsed, error, OptionOrder::anywhere)) {
+        std::fprintf(stderr, "vxemu: %s\nTry 'vxemu event --help'.\n", error.c_str());
+        return kExitUsage;
+    }
     std::string state;
     bool wait = false;
-    std::vector<std::string> rest;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--help") {
+    for (const auto &[name, value] : parsed.options) {
+        if (name == "help") {
             std::fputs(kEventUsage, stdout);
             return 0;
         }
-        if (args[i] == "--state" && i + 1 < args.size()) state = args[++i];
-        else if (args[i] == "--wait") wait = true;
-        else rest.push_back(args[i]);
+        if (name == "state") state = value;
+        else if (name == "wait") wait = true;
     }
+    const std::vector<std::string> &rest = parsed.operands;
     if (state.empty() || rest.size() < 2 || (wait ? rest.size() != 2 : rest.size() < 3)) {
         std::fputs(kEventUsage, stderr);
         return kExitUsage;

@@ -38,7 +38,7 @@ private:
     std::vector<UniqueFd> conns_;
 };
 
-// `vxemu event`: argv after the word "event".
-int event_main(const std::vector<std::string> &args);
+// `vxemu event`: argv[0] is "event".
+int event_main(int argc, char **argv);
 
 }  // namespace vxemu

@@ -72,7 +72,8 @@ int errno_from_name(std::string_view n) {
 // Reads the host description; remembers the first error with its JSON path.
 class Parser {
 public:
-    Parser(fs::path origin, fs::path base) : origin_(std::move(origin)), base_(std::move(base)) {}
+    Parser(fs::path origin, fs::path base, HostFiles files)
+        : origin_(std::move(origin)), base_(std::move(base)), files_(files) {}
 
     [[nodiscard]] bool failed() const { return !err_.empty(); }
     [[nodiscard]] const std::string &error() const { return err_; }
@@ -175,6 +176,8 @@ public:
         if (p.is_relative() && !base_.empty()) p = base_ / p;
         auto bytes = read_bounded(p, max);
         if (!bytes) {
+            // The state replaces what the file would have given.
+            if (files_ == HostFiles::from_state) return std::nullopt;
             fail(path, bytes.error().message);
             return std::nullopt;
         }
@@ -209,6 +212,7 @@ private:
 
     fs::path origin_;
     fs::path base_;
+    HostFiles files_;
     std::string err_;
 };
 
@@ -832,7 +836,7 @@ void derive_versions(Adapter &a) {
 
 // ---------------------------------------------------------------- loading
 
-Result<Host> parse_host_json(std::string_view text, const fs::path &origin) {
+Result<Host> parse_host_json(std::string_view text, const fs::path &origin, HostFiles files) {
     json root;
     // Where the parser is, so that a value it cannot take (a number beyond
     // any field, such as 1e999) is reported with its field.
@@ -876,7 +880,7 @@ Result<Host> parse_host_json(std::string_view text, const fs::path &origin) {
     } catch (const json::exception &e) {
         return Result<Host>::fail(origin.string() + ": " + where() + "not valid JSON: " + e.what());
     }
-    Parser ps(origin, origin.parent_path());
+    Parser ps(origin, origin.parent_path(), files);
     Host host;
     try {
         if (!ps.object(root, "(top)", {"driver", "ostype", "etc", "instances", "node", "faults", "adapters"}))

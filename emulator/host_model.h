@@ -323,9 +323,16 @@ struct Host {
 
 // ---------------------------------------------------------------- loading
 
+// How the image files a description names (flash "file", "nvram_file",
+// "vpd_file") are treated: required, or, for a description kept in a state
+// directory whose adapter files replace them anyway, left out when they cannot
+// be read (they were relative to a directory the state does not record).
+enum class HostFiles : uint8_t { required, from_state };
+
 // Parses a host description. `origin` names the source in error messages.
 // Errors name the file and the JSON field ("host.json: adapters[1].chip: ...").
-[[nodiscard]] Result<Host> parse_host_json(std::string_view text, const std::filesystem::path &origin);
+[[nodiscard]] Result<Host> parse_host_json(std::string_view text, const std::filesystem::path &origin,
+                                           HostFiles files = HostFiles::required);
 // Reads and parses a host file; relative image paths resolve against its directory.
 [[nodiscard]] Result<Host> load_host_file(const std::filesystem::path &path);
 // The built-in lab host (examples/lab/host.json, embedded at build time).

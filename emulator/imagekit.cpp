@@ -595,6 +595,15 @@ std::optional<std::string> vpd_field(std::span<const uint8_t> vpd, std::string_v
     return found;
 }
 
+std::vector<std::pair<std::string, std::string>> vpd_fields(std::span<const uint8_t> vpd) {
+    std::vector<std::pair<std::string, std::string>> out;
+    walk_vpd(vpd, [&](std::string_view k, size_t off, size_t len) {
+        out.emplace_back(std::string(k), std::string(reinterpret_cast<const char *>(vpd.data()) + off, len));
+        return true;
+    });
+    return out;
+}
+
 bool vpd_checksum_ok(std::span<const uint8_t> vpd) {
     std::optional<size_t> rv;
     const bool ended = walk_vpd(vpd, [&](std::string_view k, size_t off, size_t len) {

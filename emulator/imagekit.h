@@ -252,6 +252,9 @@ struct VpdSpec {
 // Data of keyword `kw` (exact two characters) in either resource; the
 // identifier string for kw "ID".
 [[nodiscard]] std::optional<std::string> vpd_field(std::span<const uint8_t> vpd, std::string_view kw);
+// Every field in block order ("ID" first when the identifier is there), up
+// to the end tag or the first field that does not fit.
+[[nodiscard]] std::vector<std::pair<std::string, std::string>> vpd_fields(std::span<const uint8_t> vpd);
 // Bytes from the start through the "RV" checksum byte sum to zero mod 256.
 [[nodiscard]] bool vpd_checksum_ok(std::span<const uint8_t> vpd);
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "chipdata.h"
+#include "command_line.h"
 #include "imagekit.h"
 
 int vxemu_mkimage_main(int argc, char **argv);
@@ -104,41 +105,24 @@ int failed(const std::string &msg) {
     return kExitFailed;
 }
 
+// The options of one kind on the common option parser: "--opt value" and
+// "--opt=value" alike, anywhere after KIND.
 std::optional<Args> parse_args(int argc, char **argv, std::string &err, const std::vector<std::string> &allowed_with_value,
-                               const std::vector<std::string> &allowed_flags) {
+                               const std::vector<std::string> &allowed_flags, bool &help) {
+    std::vector<OptionSpec> specs;
+    for (const std::string &n : allowed_with_value) specs.push_back({n.c_str(), 0, true});
+    for (const std::string &n : allowed_flags) specs.push_back({n.c_str(), 0, false});
+    specs.push_back({"help", 'h', false});
+    ParsedOptions parsed;
+    if (!parse_options(argc, argv, specs, parsed, err, OptionOrder::anywhere)) return std::nullopt;
+    if (!parsed.operands.empty()) {
+        err = "unexpected argument '" + parsed.operands[0] + "'";
+        return std::nullopt;
+    }
     Args a;
-    for (int i = 1; i < argc; ++i) {
-        std::string_view arg = argv[i];
-        if (!arg.starts_with("--")) {
-            err = "unexpected argument '" + std::string(arg) + "'";
-            return std::nullopt;
-        }
-        std::string name(arg.substr(2));
-        std::string value;
-        bool has_value = false;
-        if (auto eq = name.find('='); eq != std::string::npos) {
-            value = name.substr(eq + 1);
-            name.resize(eq);
-            has_value = true;
-        }
-        const bool takes_value = std::find(allowed_with_value.begin(), allowed_with_value.end(), name) != allowed_with_value.end();
-        const bool flag = std::find(allowed_flags.begin(), allowed_flags.end(), name) != allowed_flags.end();
-        if (!takes_value && !flag) {
-            err = "unknown option '--" + name + "' for " + std::string(argv[0]);
-            return std::nullopt;
-        }
-        if (takes_value && !has_value) {
-            if (i + 1 >= argc) {
-                err = "option '--" + name + "' needs a value";
-                return std::nullopt;
-            }
-            value = argv[++i];
-        }
-        if (flag && !takes_value && has_value) {
-            err = "option '--" + name + "' takes no value";
-            return std::nullopt;
-        }
-        a.opts.emplace(name, value);
+    for (auto &[name, value] : parsed.options) {
+        if (name == "help") help = true;
+        else a.opts.emplace(name, std::move(value));
     }
     return a;
 }
@@ -484,14 +468,14 @@ int vxemu_mkimage_main(int argc, char **argv) {
     };
     for (const Kind &k : kinds) {
         if (first != k.name) continue;
-        for (int i = 2; i < argc; ++i)
-            if (std::string_view(argv[i]) == "--help") {
-                std::fputs(kHelp, stdout);
-                return kExitOk;
-            }
         std::string err;
-        auto args = parse_args(argc - 1, argv + 1, err, k.with_value, k.flags);
+        bool help = false;
+        auto args = parse_args(argc - 1, argv + 1, err, k.with_value, k.flags, help);
         if (!args) return usage_error(err);
+        if (help) {
+            std::fputs(kHelp, stdout);
+            return kExitOk;
+        }
         args->kind = k.name;
         if (!args->has("out") || args->get("out").empty()) return usage_error(std::string(k.name) + " needs --out FILE");
         try {

@@ -17,6 +17,7 @@ const char *const kBuiltinHostJson = R\"vxlabhost(@vxemu_lab_host_json@)vxlabhos
 
 add_library(vxemu_model STATIC
   ${CMAKE_CURRENT_LIST_DIR}/chipdata.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/command_line.cpp
   ${CMAKE_CURRENT_LIST_DIR}/flash_layout.cpp
   ${CMAKE_CURRENT_LIST_DIR}/imagekit.cpp
   ${CMAKE_CURRENT_LIST_DIR}/host_model.cpp

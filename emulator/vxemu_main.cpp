@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 // vxemu: runs a command against an emulated vxa2xxx driver and its adapters.
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -9,6 +13,7 @@
 #include "command_line.h"
 #include "control_channel.h"
 #include "run_command.h"
+#include "show_command.h"
 
 #ifdef VXEMU_HAVE_MKIMAGE
 int vxemu_mkimage_main(int argc, char **argv);
@@ -19,6 +24,10 @@ namespace {
 constexpr const char kHelp[] =
     "Usage:\n"
     "  vxemu run [--host FILE] [--state DIR] [--log FILE] -- COMMAND [ARGS...]\n"
+    "  vxemu show [--json] STATE    what the adapters of a state directory hold\n"
+    "  vxemu diff [--json] STATE_A STATE_B\n"
+    "                               what changed between two states\n"
+    "  vxemu capture --out DIR      describe this host's real adapters for vxemu run\n"
     "  vxemu chips                  list the chips a host description accepts\n"
     "  vxemu mkimage ...            (see vxemu mkimage --help)\n"
     "  vxemu event ...              (see vxemu event --help)\n"
@@ -110,6 +119,25 @@ bool only_help(int argc, char **argv, int &status) {
     return !parsed.options.empty();
 }
 
+// `vxemu capture` is a program of its own, built on the library vxemu never
+// links: run the one installed beside this vxemu (never one found on PATH,
+// since vxemu runs as root).
+int exec_capture(int argc, char **argv) {
+    std::error_code ec;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    if (ec) {
+        std::fprintf(stderr, "vxemu: capture: cannot find my own location: %s\n", ec.message().c_str());
+        return vxemu::kExitSetup;
+    }
+    const std::string prog = (self.parent_path() / "vxemu-capture").string();
+    std::vector<char *> args{const_cast<char *>(prog.c_str())};
+    for (int i = 1; i < argc; ++i) args.push_back(argv[i]);
+    args.push_back(nullptr);
+    ::execv(prog.c_str(), args.data());
+    std::fprintf(stderr, "vxemu: capture: %s: %s\n", prog.c_str(), std::strerror(errno));
+    return 127;
+}
+
 int list_chips() {
     std::printf("%-8s %-9s %-7s %-9s %-13s %s\n", "CHIP", "DEVICE", "FAMILY", "FLASH", "NVRAM", "FIRMWARE");
     for (const vxemu::ChipInfo &c : vxemu::all_chips()) {
@@ -155,7 +183,10 @@ int main(int argc, char **argv) {
             }
             return list_chips();
         }
-        if (cmd == "event") return vxemu::event_main(std::vector<std::string>(argv + 2, argv + argc));
+        if (cmd == "show") return vxemu::show_main(argc - 1, argv + 1);
+        if (cmd == "diff") return vxemu::diff_main(argc - 1, argv + 1);
+        if (cmd == "capture") return exec_capture(argc - 1, argv + 1);
+        if (cmd == "event") return vxemu::event_main(argc - 1, argv + 1);
         if (cmd == "mkimage") {
 #ifdef VXEMU_HAVE_MKIMAGE
             return vxemu_mkimage_main(argc - 1, argv + 1);

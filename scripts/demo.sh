@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Installs what is missing, builds, and runs the default update on the
-# built-in emulated lab host, with the adapter listing before and after and a
-# second update that finds nothing to do (as root: vxemu builds a private sandbox).
+# built-in emulated lab host, with the adapter listing before and after, a
+# second update that finds nothing to do, and what the update changed in each
+# adapter (as root: vxemu builds a private sandbox).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
@@ -14,10 +15,11 @@ cmake --build "$build"
 # working directory; the state directory keeps what the adapters hold
 # afterwards (flash, NVRAM, VPD per adapter) and the driver traffic log.
 state="$build/lab-state"
-rm -rf "$state"
+rm -rf "$state" "$state-before"
 cd "$build/examples/lab"
 echo "== flashwright /i: the lab's adapters before the update"
 ../../bin/vxemu run --state "$state" -- ../../bin/flashwright /i || true
+cp -a "$state" "$state-before"
 echo "== flashwright (default update) on the emulated lab host"
 status=0
 ../../bin/vxemu run --state "$state" -- ../../bin/flashwright || status=$?
@@ -30,4 +32,6 @@ status=0
 echo "== exit status $status"
 echo "== what libvxhmx sees on the same host (examples/hmxinfo.c)"
 ../../bin/vxemu run --state "$state" -- ../../bin/hmxinfo
-echo "== adapter state and driver traffic log: $state"
+echo "== adapter state and driver traffic logs: $state (vxemu show $state)"
+echo "== vxemu diff: what the update changed in each adapter"
+../../bin/vxemu diff "$state-before" "$state" || true

@@ -16,6 +16,7 @@ packages=(
   man-db groff-base       # rendering them in the tests
   abigail-tools           # the library's ABI check
   ansible-core            # only the fleet rollout test (tests/e2e/fleet) needs it
+  python3-jsonschema      # host descriptions checked against their JSON Schema
   strace
   "$@"
 )

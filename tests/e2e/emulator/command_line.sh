@@ -39,10 +39,57 @@ Try 'vxemu run --help'." "missing value"
 expect_eq "$?:$(cat err.txt)" "2:vxemu: unexpected argument 'extra'
 Try 'vxemu chips --help'." "chips takes no argument"
 
+# ---- every command takes "--opt value" and "--opt=value" alike
+"$VXEMU" mkimage firmware --out fw1.bin --version 5.2.0; expect_eq "$?" 0 "mkimage --out FILE"
+"$VXEMU" mkimage firmware --out=fw2.bin --version=5.2.0; expect_eq "$?" 0 "mkimage --out=FILE"
+"$VXEMU" mkimage firmware --version=5.2.0 --out fw3.bin --tamar; expect_eq "$?" 0 "mkimage options in any order"
+cmp -s fw1.bin fw2.bin || fail "mkimage: both forms write the same file"
+"$VXEMU" mkimage vpd --field V0=a --out v.bin --field=V1=b; expect_eq "$?" 0 "mkimage repeated option, both forms"
+"$VXEMU" mkimage firmware --out=x.bin --version 1.0.0 --tamar=yes 2> err.txt
+expect_eq "$?:$(cat err.txt)" "2:vxemu mkimage: option --tamar takes no value
+Try 'vxemu mkimage --help'." "mkimage: a flag with a value"
+"$VXEMU" mkimage nvram --out x.bin --wwpn 2> err.txt
+expect_eq "$?:$(cat err.txt)" "2:vxemu mkimage: option --wwpn needs a value
+Try 'vxemu mkimage --help'." "mkimage: missing value"
+"$VXEMU" mkimage nvram --out x.bin stray 2> err.txt
+expect_eq "$?:$(cat err.txt)" "2:vxemu mkimage: unexpected argument 'stray'
+Try 'vxemu mkimage --help'." "mkimage: stray argument"
+"$VXEMU" mkimage nvram --out x.bin --version 1 2> err.txt
+expect_eq "$?:$(cat err.txt)" "2:vxemu mkimage: unknown option --version
+Try 'vxemu mkimage --help'." "mkimage: an option of another kind"
+out=$("$VXEMU" mkimage vpd --help); expect_eq "$?:$(echo "$out" | head -1)" "0:Usage: vxemu mkimage KIND --out FILE [OPTIONS]" "mkimage KIND --help"
+for form in "--state=st-none" "--state st-none" "-s st-none"; do
+    # shellcheck disable=SC2086
+    "$VXEMU" event $form ad 0 0x8011 2> err.txt
+    expect_eq "$?" 1 "event $form reaches the state"
+    expect_has "$(cat err.txt)" "vxemu: event: " "event $form: no run there"
+done
+"$VXEMU" event --state st-none --bogus ad 0 2> err.txt
+expect_eq "$?:$(cat err.txt)" "2:vxemu: unknown option --bogus
+Try 'vxemu event --help'." "event: unknown option"
+out=$("$VXEMU" capture --help); expect_eq "$?:$(echo "$out" | head -1)" "0:Usage: vxemu capture --out DIR" "capture --help"
+"$VXEMU" capture 2> err.txt
+expect_eq "$?:$(cat err.txt)" "2:vxemu-capture: --out DIR is needed
+Try 'vxemu capture --help'." "capture needs --out"
+"$VXEMU" capture --out= 2> err.txt
+expect_eq "$?" 2 "capture --out= (empty)"
+"$VXEMU" capture --out d extra 2> err.txt
+expect_eq "$?:$(cat err.txt)" "2:vxemu-capture: unexpected argument 'extra'
+Try 'vxemu capture --help'." "capture: stray argument"
+"$VXEMU" capture --outdir=d 2> err.txt
+expect_eq "$?:$(cat err.txt)" "2:vxemu-capture: unknown option --outdir
+Try 'vxemu capture --help'." "capture: unknown option"
+out=$("$VXEMU" --help)
+for c in run show diff capture chips mkimage event; do
+    expect_has "$out" "  vxemu $c " "vxemu --help lists $c"
+done
+
 # ---- not root
 setpriv --reuid=65534 --regid=65534 --clear-groups "$VXEMU" run -- true 2> err.txt
 expect_eq "$?" 125 "not root"
 expect_eq "$(cat err.txt)" "vxemu: run needs root: it builds namespaces and mounts (run it as root, for example with sudo)" "not root message"
+setpriv --reuid=65534 --regid=65534 --clear-groups "$VXEMU" capture --out "$WORK/nobody" 2> err.txt
+expect_eq "$?:$(cat err.txt)" "1:vxemu-capture: needs root: the adapter management library opens the driver as root only" "capture: not root"
 
 # ---- one log per run; the description is saved with the state
 vx --host h.json --state st -- ./vxemu_probe count

@@ -21,7 +21,7 @@ mv "$WORK/stage" "$WORK/moved"
 P=$WORK/moved
 
 # --- files where they belong
-for f in sbin/flashwright sbin/hmxinfo bin/vxemu "$LIBDIR/libvxhmx.so.5" "$LIBDIR/libvxhmx.so" \
+for f in sbin/flashwright sbin/hmxinfo bin/vxemu bin/vxemu-capture share/doc/vxemu/vxemu-host.schema.json "$LIBDIR/libvxhmx.so.5" "$LIBDIR/libvxhmx.so" \
          include/vxhmx.h "$LIBDIR/pkgconfig/vxhmx.pc" "$LIBDIR/cmake/vxhmx/vxhmxConfig.cmake" \
          "$LIBDIR/cmake/vxhmx/vxhmxConfigVersion.cmake" \
          share/bash-completion/completions/flashwright share/bash-completion/completions/vxemu \
@@ -106,6 +106,9 @@ if command -v bash >/dev/null; then
         fail "flashwright /F /: $(complete_words "$C/flashwright" flashwright /F /)"
     [ "$(complete_words "$C/vxemu" vxemu r)" = run ] || fail "vxemu r"
     [ "$(complete_words "$C/vxemu" vxemu run --s)" = --state ] || fail "vxemu run --s"
+    [ "$(complete_words "$C/vxemu" vxemu sh)" = show ] || fail "vxemu sh"
+    [ "$(complete_words "$C/vxemu" vxemu diff --j)" = --json ] || fail "vxemu diff --j"
+    [ "$(complete_words "$C/vxemu" vxemu capture --o)" = --out ] || fail "vxemu capture --o"
     [ "$(complete_words "$C/vxemu" vxemu mkimage nvram --for)" = --format ] || fail "vxemu mkimage nvram --for"
     [ "$(complete_words "$C/vxemu" vxemu mkimage multiboot --ch)" = "--chip --chip-code" ] ||
         fail "vxemu mkimage multiboot --ch: $(complete_words "$C/vxemu" vxemu mkimage multiboot --ch)"
