@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-# vxemu's host model, flash layouts, image kit and the mkimage sub-command:
+# vxemu's host model, flash layouts, image kit, the view show and diff take
+# of an adapter, the common option parser and the mkimage sub-command:
 # one static library shared by the vxemu executable and the emulator's unit
 # tests. The lab host description is compiled in, so `vxemu run` works
 # without --host.
@@ -16,6 +17,7 @@ const char *const kBuiltinHostJson = R\"vxlabhost(@vxemu_lab_host_json@)vxlabhos
 ")
 
 add_library(vxemu_model STATIC
+  ${CMAKE_CURRENT_LIST_DIR}/adapter_view.cpp
   ${CMAKE_CURRENT_LIST_DIR}/chipdata.cpp
   ${CMAKE_CURRENT_LIST_DIR}/command_line.cpp
   ${CMAKE_CURRENT_LIST_DIR}/flash_layout.cpp

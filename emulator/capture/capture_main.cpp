@@ -152,10 +152,10 @@ bool read_vpd(int h, std::vector<uint8_t> &out, std::string &err) {
     return true;
 }
 
-// The serial number field ("SN") of a VPD block, walked within its bounds:
-// the identifier string (0x82), then the read-only (0x90) and read-write
-// (0x91) resources of keyword fields, up to the end tag (0x78).
-std::optional<std::string> vpd_serial(const std::vector<uint8_t> &v) {
+// A keyword field of a VPD block, walked within its bounds: the identifier
+// string (0x82), then the read-only (0x90) and read-write (0x91) resources of
+// keyword fields, up to the end tag (0x78).
+std::optional<std::string> vpd_field(const std::vector<uint8_t> &v, char k0, char k1) {
     size_t pos = 0;
     while (pos < v.size() && v[pos] != 0x78) {
         const uint8_t tag = v[pos];
@@ -169,7 +169,7 @@ std::optional<std::string> vpd_serial(const std::vector<uint8_t> &v) {
         if (end > v.size()) break;
         if (tag == 0x90 || tag == 0x91)
             for (size_t f = pos + 3; f + 3 <= end && f + 3 + v[f + 2] <= end; f += 3 + v[f + 2])
-                if (v[f] == 'S' && v[f + 1] == 'N') {
+                if (v[f] == k0 && v[f + 1] == k1) {
                     std::string sn(reinterpret_cast<const char *>(&v[f + 3]), v[f + 2]);
                     sn.resize(strnlen(sn.c_str(), sn.size()));
                     return sn;
@@ -179,8 +179,10 @@ std::optional<std::string> vpd_serial(const std::vector<uint8_t> &v) {
     return std::nullopt;
 }
 
-// The whole-flash row of the layout, then on past it while the adapter answers.
-bool read_flash(int h, std::vector<uint8_t> &out, std::string &err) {
+// The whole-flash row of the layout, then, through the driver node, on past it
+// while the adapter answers. Through sysfs a window past the end is a
+// malformed command to the driver, so only the row is read there.
+bool read_flash(int h, bool sysfs, std::vector<uint8_t> &out, std::string &err) {
     HMX_OPT_ROM_LAYOUT probe{};
     uint32_t st = HmGetOptionRomLayout(h, 0, &probe);
     if (st != 0 && st != HMX_ERR_BUFFER_TOO_SMALL) {
@@ -199,7 +201,8 @@ bool read_flash(int h, std::vector<uint8_t> &out, std::string &err) {
     const uint32_t whole = std::min(layout->Size, kMaxFlash);
     out.clear();
     std::vector<uint8_t> chunk(kReadChunk);
-    for (uint32_t off = 0; off < kMaxFlash; off += kReadChunk) {
+    const uint32_t limit = sysfs ? whole : kMaxFlash;
+    for (uint32_t off = 0; off < limit; off += kReadChunk) {
         const uint32_t len = off < whole ? std::min(kReadChunk, whole - off) : kReadChunk;
         std::fill(chunk.begin(), chunk.end(), 0xFF);
         st = HmGetOptionRomOffset(h, 0, chunk.data(), len, off);
@@ -360,7 +363,7 @@ int capture(const std::string &out) {
                 return kExitFailed;
             }
             a.chip = std::string(chip->name);
-            if (!read_flash(dev.handle(), a.flash, err)) {
+            if (!read_flash(dev.handle(), port->sysfs, a.flash, err)) {
                 fail("adapter instance " + std::to_string(i) + ": " + err);
                 return kExitFailed;
             }
@@ -409,10 +412,18 @@ int capture(const std::string &out) {
         j["chip"] = a.chip;
         j["transport"] = p0.sysfs ? "sysfs" : "ioctl";
         if (field_text(p0.node.DriverVersion) != driver_text) j["driver_version"] = field_text(p0.node.DriverVersion);
-        j["model"] = field_text(p0.node.Model);
+        // The library cuts the model to 15 characters; the VPD part number
+        // of a port usually holds it whole.
+        std::string model = field_text(p0.node.Model);
+        for (const Port &p : a.ports)
+            if (auto pn = vpd_field(p.vpd, 'P', 'N'); pn && model.size() == 15 && pn->starts_with(model)) {
+                model = *pn;
+                break;
+            }
+        j["model"] = model;
         // The adapter's own serial number is the one in its VPD; the library
         // makes one up for chips whose VPD it does not read.
-        j["serial"] = vpd_serial(p0.vpd).value_or(field_text(p0.node.SerialNumber));
+        j["serial"] = vpd_field(p0.vpd, 'S', 'N').value_or(field_text(p0.node.SerialNumber));
         j["flash"] = json{{"file", a.name + ".flash.bin"}};
         json fns = json::array();
         for (const Port &p : a.ports) fns.push_back(function_json(p, a.name));

@@ -6,17 +6,18 @@
 # print on the lab host, the adapter names aside (a capture names adapters by
 # PCI slot), and an update rehearsed on the copy goes as on the lab host. The
 # capture only reads, and its description passes the schema.
-# Called as: round_trip.sh VXEMU PROBE WORKDIR SYSFS_PROBE FLASHWRIGHT HMXINFO SCHEMA LABDIR LABHOST
+# Called as: round_trip.sh VXEMU PROBE WORKDIR SYSFS_PROBE FLASHWRIGHT HMXINFO SCHEMA LABDIR LABHOST SYSFS_HOST
 . "$(dirname "$0")/lib.sh"
 cp "$5" ./flashwright
 cp "$6" ./hmxinfo
 SCHEMA=$7
 cp "$8/adapters.properties" "$8/flashwright.properties" "$8"/*.bin .
 LAB=$9
+SYSFS_HOST=${10}
 
 vx --host "$LAB" --state lab -- "$VXEMU" capture --out cap
 expect_eq "$RC:$OUT:$ERR" "0:captured 3 adapter(s), 4 port(s) into cap/host.json:" "capture"
-expect_eq "$(ls cap | tr '\n' ' ')" "hba-0000-05-00.flash.bin hba-0000-05-00.nvram.0.bin hba-0000-05-00.nvram.1.bin hba-0000-05-00.vpd.0.bin hba-0000-05-00.vpd.1.bin hba-0000-07-00.flash.bin hba-0000-07-00.nvram.0.bin hba-0000-07-00.vpd.0.bin hba-0000-08-00.flash.bin hba-0000-08-00.nvram.0.bin hba-0000-08-00.vpd.0.bin host.json " "the files of a capture"
+expect_eq "$(LC_ALL=C ls cap | tr '\n' ' ')" "hba-0000-05-00.flash.bin hba-0000-05-00.nvram.0.bin hba-0000-05-00.nvram.1.bin hba-0000-05-00.vpd.0.bin hba-0000-05-00.vpd.1.bin hba-0000-07-00.flash.bin hba-0000-07-00.nvram.0.bin hba-0000-07-00.vpd.0.bin hba-0000-08-00.flash.bin hba-0000-08-00.nvram.0.bin hba-0000-08-00.vpd.0.bin host.json " "the files of a capture"
 # Read-only: no request that sets data, writes flash, NVRAM or VPD, or
 # activates a region, and no attribute write.
 expect_eq "$(python3 -c '
@@ -69,4 +70,15 @@ mkdir open && chmod 0777 open
 vx --host "$LAB" --state lab -- "$VXEMU" capture --out open
 expect_eq "$RC:$ERR" "1:vxemu-capture: open: refusing a directory that another user owns or can write" "a directory others can write"
 expect_eq "$(ls open | wc -l)" 0 "nothing written there"
+
+# Through sysfs only the whole-flash row is read (a window past the flash is
+# a malformed command): no violation, and the copy shows the same adapter,
+# its long model taken whole from the VPD part number.
+vx --host "$SYSFS_HOST" --state sysfs -- "$VXEMU" capture --out cap-sysfs
+expect_eq "$RC:$OUT" "0:captured 1 adapter(s), 2 port(s) into cap-sysfs/host.json" "capture through sysfs"
+vx --host cap-sysfs/host.json --state sysfs-copy -- true
+expect_eq "$RC:$ERR" "0:" "a run on the sysfs capture"
+"$VXEMU" show sysfs | sed 's/^adapter [^:]*:/adapter:/' > show.sysfs
+"$VXEMU" show sysfs-copy | sed 's/^adapter [^:]*:/adapter:/' > show.sysfs-copy
+cmp -s show.sysfs show.sysfs-copy || fail "vxemu show on the sysfs copy: $(diff show.sysfs show.sysfs-copy)"
 finish
