@@ -13,7 +13,8 @@ cmake --build "$build"
 
 # The build lays the lab's properties files and generated images into one
 # working directory; the state directory keeps what the adapters hold
-# afterwards (flash, NVRAM, VPD per adapter) and the driver traffic log.
+# afterwards (flash, NVRAM, VPD per adapter) and the driver traffic logs; a
+# copy taken before the update lets `vxemu diff` show what the update changed.
 state="$build/lab-state"
 rm -rf "$state" "$state-before"
 cd "$build/examples/lab"
