@@ -116,7 +116,8 @@ void DriverService::record(Call &c) {
     // A caller that died in the middle of its request did nothing wrong.
     if (c.mem.gone() && !c.entry.violation.empty()) {
         c.entry.violation.clear();
-        c.entry.fault = "caller gone";
+        // A power cut kills its caller on purpose: keep the cut in the log.
+        c.entry.fault = c.entry.fault.empty() ? "caller gone" : c.entry.fault + "; caller gone";
     }
     log_.record(c.entry);
 }
@@ -211,7 +212,10 @@ bool DriverService::apply_fault(Call &c, const std::string &adapter, int functio
         return true;
     case FaultKind::busy: c.status = kStatusBusy; return true;
     case FaultKind::short_xfer:
-    case FaultKind::stop_after: break;  // applied by the transfer itself
+    case FaultKind::stop_after:
+    case FaultKind::bitflip:
+    case FaultKind::lie:
+    case FaultKind::partial: break;  // applied by the transfer itself
     }
     return false;
 }
@@ -348,6 +352,12 @@ bool DriverService::put_response(Call &c, std::span<const uint8_t> bytes) {
     if (c.fault && c.fault->kind == FaultKind::short_xfer) {
         n = std::min(n, c.fault->bytes);
         c.reply_resp_len = static_cast<uint32_t>(n);
+    }
+    std::vector<uint8_t> flipped;
+    if (c.fault && c.fault->kind == FaultKind::bitflip && n > 0) {
+        flipped.assign(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(n));
+        c.entry.fault = faults_.on_read(c.fault, flipped);
+        bytes = flipped;
     }
     if (n > 0 && !c.mem.write(c.resp_adr, bytes.first(n))) {
         c.fail(kStatusCopyError, "response buffer not writable");
@@ -651,14 +661,18 @@ void DriverService::update_optrom(Call &c) {
     }
     std::vector<uint8_t> data;
     if (!fetch_request(c, c.req_len, data)) return;
-    size_t n = data.size();
-    const bool dies = c.fault && c.fault->kind == FaultKind::stop_after;
-    if (dies) n = std::min(n, c.fault->bytes);
-    if (n > 0 && !c.adapter->write_flash(w->beg, std::span<const uint8_t>(data).first(n)).ok()) {
+    const FaultInjector::Store st = store(c, data);
+    if (st.kept > 0 && !c.adapter->write_flash(w->beg, std::span<const uint8_t>(data).first(st.kept)).ok()) {
         c.status = kStatusInvalidParam;
         return;
     }
-    if (dies) c.status = c.fault->status != 0 ? c.fault->status : kStatusError;
+    if (st.failed) c.status = c.fault && c.fault->status != 0 ? c.fault->status : kStatusError;
+}
+
+FaultInjector::Store DriverService::store(Call &c, std::span<uint8_t> data) {
+    FaultInjector::Store st = faults_.on_store(c.fault, data);
+    if (!st.note.empty()) c.entry.fault = c.entry.fault.empty() ? st.note : c.entry.fault + "; " + st.note;
+    return st;
 }
 
 void DriverService::optrom_layout(Call &c) {
@@ -701,13 +715,13 @@ void DriverService::nvram_vpd(Call &c) {
     }
     std::vector<uint8_t> in;
     if (!fetch_request(c, c.req_len, in)) return;
-    size_t n = in.size();
-    const bool dies = c.fault && c.fault->kind == FaultKind::stop_after;
-    if (dies) n = std::min(n, c.fault->bytes);
-    std::copy_n(in.begin(), n, current.begin());
-    const Status st = nvram ? a.write_nvram(c.fn_index, current) : a.write_vpd(c.fn_index, current);
-    if (!st.ok()) c.status = kStatusError;
-    if (dies) c.status = c.fault->status != 0 ? c.fault->status : kStatusError;
+    const FaultInjector::Store put = store(c, in);
+    std::copy_n(in.begin(), put.kept, current.begin());
+    if (put.kept > 0) {
+        const Status st = nvram ? a.write_nvram(c.fn_index, current) : a.write_vpd(c.fn_index, current);
+        if (!st.ok()) c.status = kStatusError;
+    }
+    if (put.failed) c.status = c.fault && c.fault->status != 0 ? c.fault->status : kStatusError;
 }
 
 // ---- events -----------------------------------------------------------------------------

@@ -116,6 +116,8 @@ private:
     bool fetch_request(Call &c, uint32_t need, std::vector<uint8_t> &out);
     bool need_response(Call &c, uint32_t need);
     bool put_response(Call &c, std::span<const uint8_t> bytes);
+    // Every store into the adapter goes through the injector (faults, power).
+    FaultInjector::Store store(Call &c, std::span<uint8_t> data);
 
     Host &host_;
     TrafficLog &log_;

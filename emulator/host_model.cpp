@@ -269,7 +269,7 @@ void Parser::node(const json &j, NodeBehaviour &nb) {
 
 void Parser::fault(const json &j, const std::string &p, Fault &f) {
     if (!object(j, p, {"adapter", "function", "command", "subcode", "attribute", "operation", "ctl", "kind", "status", "detail",
-                       "errno", "bytes", "times"}))
+                       "errno", "bytes", "bits", "store", "chance", "times"}))
         return;
     opt_string(j, "adapter", p, f.adapter, 64);
     if (auto it = j.find("function"); it != j.end()) {
@@ -300,7 +300,22 @@ void Parser::fault(const json &j, const std::string &p, Fault &f) {
         else if (s == "short") f.kind = FaultKind::short_xfer;
         else if (s == "stop_after") f.kind = FaultKind::stop_after;
         else if (s == "busy") f.kind = FaultKind::busy;
-        else if (s) fail(p + ".kind", "expected status, errno, short, stop_after or busy");
+        else if (s == "bitflip") f.kind = FaultKind::bitflip;
+        else if (s == "lie") f.kind = FaultKind::lie;
+        else if (s == "partial") f.kind = FaultKind::partial;
+        else if (s) fail(p + ".kind", "expected status, errno, short, stop_after, busy, bitflip, lie or partial");
+    }
+    opt_number(j, "bits", p, f.bits, 64);
+    if (f.bits == 0) fail(p + ".bits", "at least one bit");
+    if (auto it = j.find("store"); it != j.end()) {
+        auto s = string(*it, p + ".store");
+        if (s == "nothing") f.store = LieStore::nothing;
+        else if (s == "other") f.store = LieStore::other;
+        else if (s) fail(p + ".store", "expected nothing or other");
+    }
+    if (auto it = j.find("chance"); it != j.end()) {
+        if (!it->is_number() || it->get<double>() < 0.0 || it->get<double>() > 1.0) fail(p + ".chance", "expected a number from 0 to 1");
+        else f.chance = it->get<double>();
     }
     opt_number(j, "status", p, f.status, 0xFFFFFFFF);
     opt_number(j, "detail", p, f.detail, 0xFFFFFFFF);
@@ -686,6 +701,9 @@ const char *fault_kind_name(FaultKind k) {
     case FaultKind::short_xfer: return "short";
     case FaultKind::stop_after: return "stop_after";
     case FaultKind::busy: return "busy";
+    case FaultKind::bitflip: return "bitflip";
+    case FaultKind::lie: return "lie";
+    case FaultKind::partial: return "partial";
     }
     return "?";
 }
@@ -883,7 +901,7 @@ Result<Host> parse_host_json(std::string_view text, const fs::path &origin, Host
     Parser ps(origin, origin.parent_path(), files);
     Host host;
     try {
-        if (!ps.object(root, "(top)", {"driver", "ostype", "etc", "instances", "node", "faults", "adapters"}))
+        if (!ps.object(root, "(top)", {"driver", "ostype", "etc", "instances", "node", "faults", "seed", "power_cut", "adapters"}))
             return Result<Host>::fail(ps.error());
         if (auto it = root.find("driver"); it != root.end()) ps.driver(*it, host.driver);
         if (host.driver.version_text.empty()) {
@@ -912,6 +930,14 @@ Result<Host> parse_host_json(std::string_view text, const fs::path &origin, Host
                     ps.fault((*it)[i], "faults[" + std::to_string(i) + "]", f);
                     host.faults.push_back(f);
                 }
+        }
+        if (auto it = root.find("seed"); it != root.end())
+            if (auto v = ps.number(*it, "seed", UINT64_MAX)) host.seed = *v;
+        if (auto it = root.find("power_cut"); it != root.end()) {
+            if (auto v = ps.number(*it, "power_cut", UINT32_MAX)) {
+                if (*v == 0) ps.fail("power_cut", "stores count from 1");
+                else host.power_cut = *v;
+            }
         }
         if (auto it = root.find("adapters"); it != root.end()) {
             if (!it->is_array()) ps.fail("adapters", "expected an array");

@@ -45,9 +45,15 @@
 //     "kind": "status",               // status|errno|short|stop_after|busy
 //     "status": 2, "detail": 0,       // for kind status (ioctl Status/DetailStatus)
 //     "errno": "EIO",                 // for kind errno (name or number)
-//     "bytes": 100,                   // for short / stop_after
+//     "bytes": 100,                   // for short / stop_after / partial
+//     "bits": 1,                      // for bitflip: bits flipped per transfer
+//     "store": "nothing",             // for lie: nothing|other
+//     "chance": 1.0,                  // seeded odds that a matching transfer is hit
 //     "times": 1                      // how many hits; absent or -1 = always
 //   } ],
+//   "seed": 1,                        // seed of every random choice (vxemu run --seed)
+//   "power_cut": 3,                   // the power fails during the 3rd store into a
+//                                     // flash, NVRAM or VPD (vxemu run --power-cut)
 //   "adapters": [ {
 //     "name": "lab160",               // state directory key; default "adapterN"
 //     "chip": "FCX160",               // chip name; selects device ID, layout, NVRAM format
@@ -265,7 +271,11 @@ enum class FaultKind : uint8_t {
     short_xfer,  // the transfer moves at most `bytes` bytes
     stop_after,  // a write that dies after `bytes` bytes (the rest is lost)
     busy,        // ioctl Status 2; sysfs EBUSY
+    bitflip,     // read data arrives with `bits` bits flipped (seeded places)
+    lie,         // a write reports success but stores nothing, or other bytes
+    partial,     // a write stores a seeded prefix and reports failure
 };
+enum class LieStore : uint8_t { nothing, other };
 [[nodiscard]] const char *fault_kind_name(FaultKind k);
 
 enum class FaultOp : uint8_t { any, open, read, write };
@@ -285,6 +295,9 @@ struct Fault {
     uint32_t detail = 0;
     int err = 5;                       // EIO
     size_t bytes = 0;
+    unsigned bits = 1;                 // for bitflip
+    LieStore store = LieStore::nothing;  // for lie
+    double chance = 1.0;               // seeded odds that a matching transfer is hit
     // how many times: -1 = always; counted down by the runtime
     int times = -1;
 };
@@ -309,6 +322,8 @@ struct Host {
     InstanceBehaviour instances;
     NodeBehaviour node;
     std::vector<Fault> faults;
+    uint64_t seed = 0;                     // drives every seeded choice of the faults
+    std::optional<uint64_t> power_cut;     // the store the power fails during (1 = first)
     std::string description;  // the JSON text the host was read from
 
     // Ports the driver serves through ioctl (transport ioctl or ioctl_old).

@@ -41,13 +41,22 @@ namespace vxemu {
 
 bool parse_run_args(int argc, char **argv, RunOptions &opts, std::string &error) {
     static constexpr OptionSpec kRunOptions[] = {
-        {"host", 'H', true}, {"state", 's', true}, {"log", 'l', true}, {"help", 'h', false}};
+        {"host", 'H', true}, {"state", 's', true}, {"log", 'l', true}, {"seed", 'S', true},
+        {"power-cut", 'P', true}, {"help", 'h', false}};
     ParsedOptions parsed;
     if (!parse_options(argc, argv, kRunOptions, parsed, error)) return false;
     for (const auto &[name, value] : parsed.options) {
         if (name == "host") opts.host_file = value;
         else if (name == "state") opts.state_dir = value;
         else if (name == "log") opts.log_file = value;
+        else if (name == "seed" || name == "power-cut") {
+            const std::optional<uint64_t> v = parse_number(value);
+            if (!v || (name == "power-cut" && *v == 0)) {
+                error = "--" + name + ": expected a number" + (name == "power-cut" ? " from 1" : "") + ", not \"" + value + "\"";
+                return false;
+            }
+            (name == "seed" ? opts.seed : opts.power_cut) = *v;
+        }
         else if (name == "help") opts.help = true;
     }
     opts.command = std::move(parsed.operands);
@@ -143,6 +152,8 @@ int run_command(const RunOptions &opts) {
         return kExitSetup;
     }
     Host host = std::move(loaded).value();
+    if (opts.seed) host.seed = *opts.seed;
+    if (opts.power_cut) host.power_cut = *opts.power_cut;
 
     std::unique_ptr<ScratchDir> scratch;
     std::string state_dir = opts.state_dir;
@@ -300,6 +311,10 @@ int run_command(const RunOptions &opts) {
         for (pid_t p : descendants(::getpid()))
             if (p != ::getpid()) ::kill(p, SIGKILL);
     };
+
+    // The power fails during a store: the command dies before it hears back,
+    // and the adapters keep what they held at that moment.
+    faults.on_power_cut(kill_all);
 
     if (!setup_error.empty() || supervisor.fd() < 0 || fuse.fd() < 0) {
         // Without both services the command would hang on /sys or its requests:

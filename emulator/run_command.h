@@ -4,6 +4,8 @@
 // exit status.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,8 @@ struct RunOptions {
     std::string host_file;   // empty: the built-in lab host
     std::string state_dir;   // empty: a scratch directory removed afterwards
     std::string log_file;    // empty: STATE/traffic.jsonl
+    std::optional<uint64_t> seed;       // replaces the host's "seed"
+    std::optional<uint64_t> power_cut;  // replaces the host's "power_cut"
     std::vector<std::string> command;
 };
 

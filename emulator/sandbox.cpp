@@ -177,6 +177,8 @@ void build_outer(const SandboxConfig &cfg, const Host &host, int sock) {
     overlay("/etc", cfg.state_dir + "/etc-upper", cfg.run_dir + "/etc-work");
     for (const auto &[path, text] : host.etc_files) write_etc_file(path, text);
     overlay("/usr/lib", cfg.state_dir + "/usrlib-upper", cfg.run_dir + "/usrlib-work");
+    // What a tool keeps across runs (flashwright's update journal) persists with the adapters' state.
+    overlay("/var/lib", cfg.state_dir + "/varlib-upper", cfg.run_dir + "/varlib-work");
 
     build_dev(cfg, host);
 

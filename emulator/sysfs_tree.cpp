@@ -445,6 +445,7 @@ int SysfsTree::read(uint64_t fh, uint64_t off, size_t size, std::vector<uint8_t>
             n_bytes = of.moved >= of.fault->bytes ? 0 : std::min<uint64_t>(n_bytes, of.fault->bytes - of.moved);
         out.assign(src.begin() + static_cast<std::ptrdiff_t>(off),
                    src.begin() + static_cast<std::ptrdiff_t>(off + n_bytes));
+        if (std::string note = faults_.on_read(of.fault, out); !note.empty()) e.fault = note;
     }
     of.moved += out.size();
     log_attr(n, "read", off, out.size(), 0, e);
@@ -570,12 +571,13 @@ int SysfsTree::write(uint64_t fh, uint64_t off, std::span<const uint8_t> data, s
         err = optrom_ctl(n, cmd, e, caller != 0 ? process_of(caller) : 0);
         if (err == -1) {  // commit
             OptromSession &s = sessions_[std::make_pair(n.adapter, n.function)];
-            size_t count = s.staging.size();
-            const bool dies = fault && (fault->kind == FaultKind::stop_after || fault->kind == FaultKind::short_xfer);
-            if (dies) count = std::min(count, fault->bytes);
+            // A short commit is one that dies midway.
+            std::optional<Fault> f = fault;
+            if (f && f->kind == FaultKind::short_xfer) f->kind = FaultKind::stop_after;
+            const FaultInjector::Store put = store(f, s.staging, e);
             err = 0;
-            if (count > 0 && !a.write_flash(s.offset, std::span<const uint8_t>(s.staging).first(count)).ok()) err = EIO;
-            if (dies) err = EIO;
+            if (put.kept > 0 && !a.write_flash(s.offset, std::span<const uint8_t>(s.staging).first(put.kept)).ok()) err = EIO;
+            if (put.failed) err = EIO;
             s.mode = OptromSession::Mode::idle;
         }
         if (err == 0) written = data.size();
@@ -625,10 +627,16 @@ int SysfsTree::write(uint64_t fh, uint64_t off, std::span<const uint8_t> data, s
         const PortFunction &fn = a.functions[static_cast<size_t>(n.function)];
         std::vector<uint8_t> cur = nv ? fn.nvram : fn.vpd;
         cur.resize(block, nv ? 0 : 0xFF);
-        std::copy_n(data.begin(), n_bytes, cur.begin() + static_cast<std::ptrdiff_t>(off));
-        const Status st = nv ? a.write_nvram(static_cast<size_t>(n.function), cur)
-                             : a.write_vpd(static_cast<size_t>(n.function), cur);
-        if (!st.ok()) err = EIO;
+        std::vector<uint8_t> piece(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(n_bytes));
+        // stop_after and short were applied to the bytes moved above.
+        std::optional<Fault> f = fault;
+        if (f && f->kind != FaultKind::lie && f->kind != FaultKind::partial) f.reset();
+        const FaultInjector::Store put = store(f, piece, e);
+        std::copy_n(piece.begin(), put.kept, cur.begin() + static_cast<std::ptrdiff_t>(off));
+        Status st;
+        if (put.kept > 0)
+            st = nv ? a.write_nvram(static_cast<size_t>(n.function), cur) : a.write_vpd(static_cast<size_t>(n.function), cur);
+        if (!st.ok() || put.failed) err = EIO;
         else written = n_bytes;
         break;
     }
@@ -637,6 +645,12 @@ int SysfsTree::write(uint64_t fh, uint64_t off, std::span<const uint8_t> data, s
     of.moved += written;
     log_attr(n, "write", off, written, err, e);
     return err;
+}
+
+FaultInjector::Store SysfsTree::store(const std::optional<Fault> &f, std::span<uint8_t> data, TrafficEntry &e) {
+    FaultInjector::Store st = faults_.on_store(f, data);
+    if (!st.note.empty()) e.fault = e.fault.empty() ? st.note : e.fault + "; " + st.note;
+    return st;
 }
 
 }  // namespace vxemu

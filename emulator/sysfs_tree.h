@@ -90,6 +90,8 @@ private:
     [[nodiscard]] std::string text_of(const SysfsNode &n) const;
     int optrom_ctl(const SysfsNode &n, std::string_view cmd, TrafficEntry &e, unsigned owner);
     void log_attr(const SysfsNode &n, const char *op, uint64_t off, uint64_t len, int err, TrafficEntry e);
+    // Every store into the adapter goes through the injector (faults, power).
+    FaultInjector::Store store(const std::optional<Fault> &f, std::span<uint8_t> data, TrafficEntry &e);
 
     Host &host_;
     TrafficLog &log_;

@@ -98,7 +98,7 @@ TEST(HostJson, ErrorsNameTheFileAndTheField) {
         {R"({"adapters": [{"chip": "FCX141", "layout": {"regions": [{"code": 7, "size": 16}]}}]})",
          "adapters[0].layout.regions: the layout needs a 0xFF region"},
         {R"({"faults": [{"kind": "busy"}]})", "test.json: faults[0]: a fault needs a \"command\" or an \"attribute\""},
-        {R"({"faults": [{"command": 10, "kind": "melt"}]})", "faults[0].kind: expected status, errno, short, stop_after or busy"},
+        {R"({"faults": [{"command": 10, "kind": "melt"}]})", "faults[0].kind: expected status, errno, short, stop_after, busy, bitflip, lie or partial"},
         {R"({"etc": {"/tmp/x": ""}})", "test.json: etc./tmp/x: path must lie under /etc/"},
         // Numbers beyond any field, and files without an end, name their field too.
         {R"({"adapters": [{"chip": "FCX141", "functions": [{"ssvid": 1e999}]}]})",
