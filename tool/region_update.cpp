@@ -22,6 +22,7 @@
 #include "oss_files.h"
 #include "port_gate.h"
 #include "region_plan.h"
+#include "update_journal.h"
 #include "vxhmx.h"
 
 namespace {
@@ -256,6 +257,8 @@ int OptionROMRegionUpdate(const HMXDevice *device, const char *file) {
     FwTrace("OptionROMRegionUpdate: Current Region No=%d Size=%d.", requestRegion, maxRegionSize);
     FwTrace("OptionROMRegionUpdate: g_ptrOptionROMRequest->Region=%d FileSize=%d", requestRegion, fileSize);
 
+    // Nothing is written unless the adapter's own data is safe first.
+    if (JournalBeginWrite(device, file) != 0) return -1;
     bool written = false;
     bool failed = false;
     for (const RegionStep &step : PlanRegionWrites(layout, requestRegion, maxRegionSize)) {
@@ -340,6 +343,10 @@ int DoStdBiosUpdate(const HMXDevice *device, const char *file) {
         case 0:
         case 15: {
             PrintLogMessage(kMsgInfo, "Updating Flash on HBA %d - %8s. Please wait...", hba, model_of(device));
+            if (JournalBeginWrite(device, file) != 0) {
+                result = -1;
+                break;
+            }
             const uint32_t rc = HmUpdateOptionRom(device->handle, 0, image.data(), static_cast<uint32_t>(size));
             if (rc != 0) {
                 PrintLogMessage(kMsgError, "Failed to update flash on HBA %d (0x%x) (%s) !", hba, rc,

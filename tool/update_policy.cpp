@@ -7,6 +7,7 @@
 #include "messages.h"
 #include "region_update.h"
 #include "update_decision.h"
+#include "update_journal.h"
 #include "version_lookup.h"
 
 namespace {
@@ -68,10 +69,12 @@ int updateOptionROMAllHBAs() {
         if (noRow) {
             PrintLogMessage(kMsgWarning, "Ignoring HBA %d - %s..., no entry found in file !", device->instance,
                             device->nodeProperty.Model);
-        } else if (GetFlashUpdatePolicy(device, current, target) == 1) {
+        } else if (GetFlashUpdatePolicy(device, current, target) == 1 || JournalHasUnfinished(device)) {
+            // An update cut short is finished whatever the versions read back say.
             ++needed;
             const int result = updateOptionROMSingleHBA(device, target->imageFileName);
             if (result == 0 || result == 2) ++updated;
+            if (result == 0) JournalFinish(device);
         } else {
             PrintLogMessage(kMsgInfo, "HBA %d - %s does not need to be upgraded.", device->instance,
                             device->nodeProperty.Model);
