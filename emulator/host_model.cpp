@@ -305,7 +305,7 @@ void Parser::fault(const json &j, const std::string &p, Fault &f) {
         else if (s == "partial") f.kind = FaultKind::partial;
         else if (s) fail(p + ".kind", "expected status, errno, short, stop_after, busy, bitflip, lie or partial");
     }
-    opt_number(j, "bits", p, f.bits, 64);
+    opt_number(j, "bits", p, f.bits, 1u << 20);
     if (f.bits == 0) fail(p + ".bits", "at least one bit");
     if (auto it = j.find("store"); it != j.end()) {
         auto s = string(*it, p + ".store");

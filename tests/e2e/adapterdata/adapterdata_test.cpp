@@ -824,3 +824,112 @@ TEST(XferSharedState, ChurningProcessesAndTwoWritersShareNoFlashAccessAndLeaveNo
 }
 
 }  // namespace
+
+// ---- seeded fault kinds on a boot code write ----------------------------------------
+
+// One fault kind met by a boot code write to an FCX141 (whose VPD carries the
+// version fields), on either transport.
+struct FaultKindCase {
+    const char *name;
+    bool sysfs;
+    const char *fault;  // without the adapter, which the test adds
+};
+
+void PrintTo(const FaultKindCase &c, std::ostream *os) { *os << c.name; }
+
+class XferFaultKinds : public ::testing::TestWithParam<FaultKindCase> {
+protected:
+    // The host (with `faults`), the image and the flash and VPD before the write.
+    void prepare(const fwtest::TempDir &d, const std::string &faults) {
+        const FaultKindCase &c = GetParam();
+        write_versions_vpd_host(d, c.sysfs ? "sysfs_fcx141.json" : "ioctl_families.json",
+                                c.sysfs ? "VXS0000141" : "VXI0000141", faults);
+        // With the partial forms a commit stores the boot code region only;
+        // without them every commit rewrites the whole flash, bytes the
+        // library never read included.
+        std::string host = fwtest::read_file(d / "host.json");
+        if (const auto at = host.find(R"("chunked": false)"); at != std::string::npos) {
+            host.replace(at, 16, R"("chunked": true)");
+            fwtest::write_file(d / "host.json", host);
+        }
+        const auto mk = fwtest::run({fwtest::bin_path("vxemu"), "mkimage", "optrom", "--out", d / "new.bin", "--chip",
+                                     "FCX141", "--image", "bios:1.33", "--image", "fcode:1.44", "--image", "efi:1.55",
+                                     "--param-seed", "9", "--ssvid", "0x4321", "--size", "0x40000"});
+        ASSERT_EQ(mk.status, 0) << mk.err;
+    }
+    std::string instance() const { return GetParam().sysfs ? "0" : "1"; }
+};
+
+TEST_P(XferFaultKinds, TheAdaptersOwnDataSurvivesAndOnlyATrueWriteIsASuccess) {
+    const FaultKindCase &c = GetParam();
+    // The same write on the same adapter without the fault: what success means.
+    fwtest::TempDir clean_dir("adapterdata-host");
+    prepare(clean_dir, "");
+    Host clean(clean_dir / "host.json");
+    fwtest::write_file(clean.path("new.bin"), fwtest::read_file(clean_dir / "new.bin"));
+    auto r = clean.run(xc("write " + instance() + " 0x07 new.bin"));
+    ASSERT_EQ(r.out, "write status=0x00000000\nclose status=0x00000000\n");
+    const Bytes clean_flash = clean.flash("fcx141"), clean_vpd = clean.block("fcx141", "vpd", 0);
+
+    fwtest::TempDir d("adapterdata-host");
+    std::string fault = c.fault;
+    fault.insert(1, R"( "adapter": "fcx141",)");
+    prepare(d, fault);
+    Host h(d / "host.json");
+    fwtest::write_file(h.path("new.bin"), fwtest::read_file(d / "new.bin"));
+    r = h.run(xc("props " + instance()));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const Bytes before = h.flash("fcx141"), vpd_before = h.block("fcx141", "vpd", 0);
+    const Bytes nvram_before = h.block("fcx141", "nvram", 0);
+
+    r = h.run(xc("write " + instance() + " 0x07 new.bin"), false);
+    ASSERT_EQ(r.status, 0) << r.err;
+    const bool success = r.out == "write status=0x00000000\nclose status=0x00000000\n";
+    const Bytes after = h.flash("fcx141"), vpd_after = h.block("fcx141", "vpd", 0);
+    bool fired = false;
+    for (const auto &e : h.log()) fired = fired || !e.value("fault", "").empty();
+    EXPECT_TRUE(fired) << "the fault never fired";
+
+    // A success is a write that really happened, with the adapter's data.
+    if (success) {
+        EXPECT_TRUE(after == clean_flash) << "success reported for a flash that is not the written one";
+        EXPECT_TRUE(vpd_after == clean_vpd) << "success reported for a VPD that is not the written one";
+    }
+    // Whatever happened: nothing outside the boot code, and none of the
+    // adapter's own bytes, is lost.
+    EXPECT_TRUE(after.substr(0x40000) == before.substr(0x40000)) << "bytes past the boot code changed";
+    const auto old_marker = before.find("MEFCX ");
+    const auto marker = after.find("MEFCX ");
+    ASSERT_NE(old_marker, std::string::npos);
+    ASSERT_NE(marker, std::string::npos) << "parameter block lost";
+    EXPECT_TRUE(after.substr(marker + 2, 512) == before.substr(old_marker + 2, 512)) << "parameter block lost";
+    EXPECT_EQ(after.substr(32, 2), before.substr(32, 2)) << "subsystem vendor bytes lost";
+    EXPECT_TRUE(h.block("fcx141", "nvram", 0) == nvram_before);
+    EXPECT_TRUE(vpd_after == vpd_before || vpd_after == clean_vpd) << "VPD neither kept nor written";
+    EXPECT_TRUE(vpd_checksum_ok(vpd_after));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    SeededFaults, XferFaultKinds,
+    ::testing::Values(
+        FaultKindCase{"ioctl_flash_read_bitflip", false, R"({ "command": "0x0F", "kind": "bitflip", "bits": 4096, "times": 1 })"},
+        FaultKindCase{"ioctl_write_stores_nothing", false,
+                      R"({ "command": "0x0A", "subcode": 7, "kind": "lie", "store": "nothing", "times": 1 })"},
+        FaultKindCase{"ioctl_write_stores_other_bytes", false,
+                      R"({ "command": "0x0A", "subcode": 7, "kind": "lie", "store": "other", "times": 1 })"},
+        FaultKindCase{"ioctl_partial_write", false, R"({ "command": "0x0A", "subcode": 7, "kind": "partial", "times": 1 })"},
+        FaultKindCase{"ioctl_vpd_read_bitflip", false, R"({ "command": "0x11", "kind": "bitflip", "bits": 8, "times": 1 })"},
+        FaultKindCase{"ioctl_vpd_write_stores_other_bytes", false,
+                      R"({ "command": "0x12", "kind": "lie", "store": "other", "times": 1 })"},
+        FaultKindCase{"ioctl_vpd_partial_write", false, R"({ "command": "0x12", "kind": "partial", "times": 1 })"},
+        FaultKindCase{"sysfs_flash_read_bitflip", true,
+                      R"({ "attribute": "optrom", "operation": "read", "kind": "bitflip", "bits": 4096, "times": 1 })"},
+        FaultKindCase{"sysfs_commit_stores_other_bytes", true,
+                      R"({ "attribute": "optrom_ctl", "ctl": "3", "kind": "lie", "store": "other", "times": 1 })"},
+        FaultKindCase{"sysfs_partial_commit", true,
+                      R"({ "attribute": "optrom_ctl", "ctl": "3", "kind": "partial", "times": 1 })"},
+        FaultKindCase{"sysfs_vpd_write_stores_nothing", true,
+                      R"({ "attribute": "vpd", "operation": "write", "kind": "lie", "store": "nothing", "times": 1 })"},
+        FaultKindCase{"sysfs_short_vpd_read", true,
+                      R"({ "attribute": "vpd", "operation": "read", "kind": "short", "bytes": 100, "times": 1 })"}),
+    [](const auto &p) { return std::string(p.param.name); });
