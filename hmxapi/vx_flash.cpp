@@ -98,6 +98,21 @@ uint32_t write_block(const Port &port, Block b, const uint8_t *buf, uint32_t *si
     return vxflash_status(rc, st, detail);
 }
 
+// Reads a block until two reads in a row agree (at most three): bytes that
+// differ from one read to the next must not be written back as the adapter's.
+uint32_t read_block_agreed(const Port &port, Block b, uint8_t *buf, uint32_t cap) {
+    if (const uint32_t st = read_block(port, b, buf, cap); st != 0) return st;
+    std::vector<uint8_t> again(cap);
+    for (int k = 0; k < 2; ++k) {
+        std::fill(again.begin(), again.end(), uint8_t{0});
+        if (const uint32_t st = read_block(port, b, again.data(), cap); st != 0) return st;
+        if (std::memcmp(again.data(), buf, cap) == 0) return HMX_STATUS_OK;
+        std::memcpy(buf, again.data(), cap);
+    }
+    VXDBG(VXDBG_ERR, "read_block_agreed: the block reads back differently each time.");
+    return HMX_ERR_UNKNOWN;
+}
+
 // ---- layout ---------------------------------------------------------------------------------
 
 uint32_t get_layout(const Port &port, HMX_OPT_ROM_LAYOUT *pLayout) {
@@ -126,10 +141,29 @@ uint32_t plain_write(const Port &port, const uint8_t *buf, uint32_t size, uint32
     return vxflash_status(rc, st, detail);
 }
 
+// Reads `out.size()` bytes of a region until two reads in a row agree (at
+// most three): bytes that differ from one read to the next must not become
+// the adapter's data in a new image, nor pass for what was written.
+uint32_t read_region_agreed(const Port &port, std::vector<uint8_t> &out, uint32_t region) {
+    const auto size = static_cast<uint32_t>(out.size());
+    uint32_t st = 0, detail = 0;
+    int rc = vxapi_read_optrom(port.fd, port.idx, out.data(), size, region, 0, &st, &detail);
+    if (const uint32_t s = vxflash_status(rc, st, detail); s != 0) return s;
+    std::vector<uint8_t> again(out.size());
+    for (int k = 0; k < 2; ++k) {
+        rc = vxapi_read_optrom(port.fd, port.idx, again.data(), size, region, 0, &st, &detail);
+        if (const uint32_t s = vxflash_status(rc, st, detail); s != 0) return s;
+        if (again == out) return HMX_STATUS_OK;
+        out.swap(again);
+    }
+    VXDBG(VXDBG_ERR, "HmUpdateOptionRomCommon: the flash reads back differently each time.");
+    return HMX_ERR_UNKNOWN;
+}
+
 // Brings the VPD's version fields in line with the boot images just written.
 uint32_t update_vpd_versions(const Port &port, std::span<const uint8_t> image) {
     uint8_t vpd[kVpdBlock] = {};
-    const uint32_t st = read_block(port, Block::Vpd, vpd, sizeof vpd);
+    const uint32_t st = read_block_agreed(port, Block::Vpd, vpd, sizeof vpd);
     if (st != 0) return st;
     uint8_t previous[kVpdBlock];
     std::memcpy(previous, vpd, sizeof vpd);
@@ -138,8 +172,16 @@ uint32_t update_vpd_versions(const Port &port, std::span<const uint8_t> image) {
         return HMX_ERR_VPD_NOT_UPDATED;
     }
     uint32_t size = sizeof vpd;
-    const uint32_t wst = write_block(port, Block::Vpd, vpd, &size);
-    if (wst == 0) return wst;
+    uint32_t wst = write_block(port, Block::Vpd, vpd, &size);
+    if (wst == 0) {
+        // The block must hold what was written: an adapter that acknowledged
+        // a write it did not store would otherwise be reported as updated.
+        uint8_t back[kVpdBlock] = {};
+        if (read_block_agreed(port, Block::Vpd, back, sizeof back) == 0 && std::memcmp(back, vpd, sizeof vpd) == 0)
+            return HMX_STATUS_OK;
+        VXDBG(VXDBG_ERR, "HmUpdateOptionRomCommon: the VPD does not hold what was written.");
+        wst = HMX_ERR_UNKNOWN;
+    }
     // A write that died midway leaves new version fields under the old
     // checksum, and a block that fails its checksum is refused by every
     // later update: put the previous block back whole.
@@ -155,8 +197,7 @@ uint32_t preserving_write(const Port &port, const uint8_t *buf, uint32_t size, u
     if (buf == nullptr || size == 0) return HMX_ERR_INVALID_PARAMETER;
     std::vector<uint8_t> current(size);
     uint32_t st = 0, detail = 0;
-    const int rc = vxapi_read_optrom(port.fd, port.idx, current.data(), size, region, 0, &st, &detail);
-    if (const uint32_t s = vxflash_status(rc, st, detail); s != 0) return s;
+    if (const uint32_t s = read_region_agreed(port, current, region); s != 0) return s;
 
     // The caller's image stays as given; the adapter's data goes into a copy.
     std::vector<uint8_t> image(buf, buf + size);
@@ -176,6 +217,16 @@ uint32_t preserving_write(const Port &port, const uint8_t *buf, uint32_t size, u
     const int wrc = vxapi_update_optrom(port.fd, port.idx, image.data(), static_cast<uint32_t>(image.size()), region, 0,
                                         &st, &detail);
     if (const uint32_t s = vxflash_status(wrc, st, detail); s != 0) return s;
+    // The region must hold what was written: an adapter that acknowledged a
+    // write it did not store (or stored other bytes) is not updated, and the
+    // contents read before go back, so it keeps its own data.
+    std::vector<uint8_t> back(image.size());
+    if (read_region_agreed(port, back, region) != 0 || back != image) {
+        VXDBG(VXDBG_ERR, "HmUpdateOptionRomCommon: the flash does not hold what was written; restoring it.");
+        if (plain_write(port, current.data(), size, region) != 0)
+            VXDBG(VXDBG_ERR, "HmUpdateOptionRomCommon: previous contents could not be restored.");
+        return HMX_ERR_UNKNOWN;
+    }
     if (vxhmx::is_fcx14x_class(port.device_id)) return update_vpd_versions(port, image);
     return HMX_STATUS_OK;
 }
