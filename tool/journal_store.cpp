@@ -70,9 +70,9 @@ bool JournalStore::open(bool create, std::string &why) {
         why = errno == ELOOP || errno == ENOTDIR ? dir_ + ": not a directory" : failed("open", dir_);
         return false;
     }
-    if (::fstat(fd, &st) != 0 || !S_ISDIR(st.st_mode) || !safe_owner_and_mode(st) || (st.st_mode & S_IRWXO) != 0) {
+    if (::fstat(fd, &st) != 0 || !S_ISDIR(st.st_mode) || !safe_owner_and_mode(st)) {
         ::close(fd);
-        why = dir_ + ": not root's alone (owner root, mode 0700 expected)";
+        why = dir_ + ": not root's alone (owner root, writable by root only)";
         return false;
     }
     fd_ = fd;
@@ -88,7 +88,7 @@ std::optional<std::vector<uint8_t>> JournalStore::read(const std::string &name, 
         return std::nullopt;
     }
     struct stat st {};
-    if (::fstat(f.fd, &st) != 0 || !S_ISREG(st.st_mode) || !safe_owner_and_mode(st) || (st.st_mode & S_IRWXO) != 0 ||
+    if (::fstat(f.fd, &st) != 0 || !S_ISREG(st.st_mode) || !safe_owner_and_mode(st) ||
         st.st_size < 0 || static_cast<uint64_t>(st.st_size) > kMaxJournalFile) {
         why = dir_ + "/" + name + ": not a journal file of root's";
         return std::nullopt;

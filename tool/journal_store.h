@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The journal's directory: root's alone. It is created 0700 when absent and
-// refused when it (or the directory above it) is a link, is not root's, or
-// can be written by anyone else; a journal file is refused on the same
-// grounds. Files are replaced atomically: a private temporary name opened
+// refused when it is a link, is not root's, or can be written by anyone else
+// (the directory above it too, unless sticky); a journal file is refused on
+// the same grounds. A directory another tool made 0755 (the fleet role stages
+// its files below /var/lib/flashwright) is accepted. Files are replaced atomically: a private temporary name opened
 // O_EXCL|O_NOFOLLOW, written, synced, renamed over the old name, and the
 // directory synced, so a cut at any moment leaves the old file or the new
 // one, never a mix.

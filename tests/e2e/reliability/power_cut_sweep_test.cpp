@@ -167,7 +167,7 @@ TEST_P(PowerCutSweep, NoByteIsWrittenWhenTheJournalCannotBeKeptSafe) {
     fs::permissions(dir_ / "state/varlib-upper/flashwright", fs::perms::all);
     const auto r = run("state", {});
     EXPECT_NE(r.err.find("Error: Unable to keep the adapter data of HBA 0 safe during the update "
-                         "(/var/lib/flashwright: not root's alone (owner root, mode 0700 expected)) !\r\n"),
+                         "(/var/lib/flashwright: not root's alone (owner root, writable by root only)) !\r\n"),
               std::string::npos)
         << r.err;
     EXPECT_EQ(r.status, 3) << r.out;

@@ -123,6 +123,9 @@ TEST_F(JournalStoreTest, RefusesWhatAnotherUserCouldHavePlanted) {
     ASSERT_EQ(::mkdir(dir_.c_str(), 0700), 0);
     ASSERT_EQ(::chmod(dir_.c_str(), 0777), 0);
     EXPECT_FALSE(JournalStore(dir_).open(true, why));
+    // Another tool's 0755 is fine: nobody else can write it.
+    ASSERT_EQ(::chmod(dir_.c_str(), 0755), 0);
+    EXPECT_TRUE(JournalStore(dir_).open(false, why)) << why;
     ASSERT_EQ(::chmod(dir_.c_str(), 0700), 0);
     ASSERT_EQ(::chown(dir_.c_str(), 1000, 1000), 0);
     EXPECT_FALSE(JournalStore(dir_).open(false, why));
