@@ -8,6 +8,7 @@
 #include <string>
 #include <thread>
 
+#include "vx_dispatch.h"
 #include "vx_ioctl.h"
 #include "vx_netlink.h"
 #include "vxhmx.h"

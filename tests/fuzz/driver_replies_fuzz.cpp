@@ -20,7 +20,8 @@
 #include <optional>
 #include <vector>
 
-#include "vx_core.h"
+#include "vx_instances.h"
+#include "vx_load.h"
 #include "vxhmx.h"
 
 namespace {

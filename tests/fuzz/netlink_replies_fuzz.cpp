@@ -16,7 +16,7 @@
 #include <cstring>
 #include <vector>
 
-#include "vx_core.h"
+#include "vx_instances.h"
 #include "vx_netlink.h"
 
 namespace {

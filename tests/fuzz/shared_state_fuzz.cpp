@@ -21,9 +21,10 @@
 #include <vector>
 
 #include "quiet.h"
-#include "vx_core.h"
+#include "vx_instances.h"
 #include "vx_database.h"
 #include "vx_event.h"
+#include "vx_event_ring.h"
 #include "vx_shared_layout.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "scratch_dir.h"
-#include "vx_core.h"
+#include "vx_instances.h"
 #include "vx_sysfs.h"
 
 namespace fs = std::filesystem;

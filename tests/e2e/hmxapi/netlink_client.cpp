@@ -13,8 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "vx_core.h"
-#include "vx_ioctl.h"
+#include "vx_dispatch.h"
+#include "vx_instances.h"
+#include "vx_load.h"
 #include "vx_netlink.h"
 #include "vxhmx.h"
 

@@ -7,7 +7,9 @@
 #include <vector>
 
 #include "vx_chipdata.h"
-#include "vx_core.h"
+#include "vx_discovery_rules.h"
+#include "vx_instances.h"
+#include "vx_load.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <vector>
 
-#include "vx_event.h"
+#include "vx_event_ring.h"
 #include "vx_netlink.h"
 #include "vx_shared_layout.h"
 

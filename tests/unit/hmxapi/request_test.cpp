@@ -7,7 +7,8 @@
 #include <cstring>
 #include <vector>
 
-#include "vx_core.h"
+#include "vx_dispatch.h"
+#include "vx_instances.h"
 #include "vx_ioctl.h"
 
 namespace {
