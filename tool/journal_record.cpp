@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -23,9 +24,12 @@ void put_text(std::vector<uint8_t> &b, size_t at, size_t field, const std::strin
     const size_t n = std::min(text.size(), field - 1);
     std::memcpy(b.data() + at, text.data(), n);
 }
-std::string get_text(std::span<const uint8_t> b, size_t at, size_t field) {
+// A text field always ends within its bytes: one that does not was not
+// written by this tool.
+std::optional<std::string> get_text(std::span<const uint8_t> b, size_t at, size_t field) {
     size_t n = 0;
     while (n < field && b[at + n] != 0) ++n;
+    if (n == field) return std::nullopt;
     return std::string(reinterpret_cast<const char *>(b.data() + at), n);
 }
 
@@ -63,10 +67,12 @@ std::optional<JournalRecord> DecodeJournalRecord(std::span<const uint8_t> bytes)
     if (flash > kJournalMaxFlash || vpd > kJournalMaxVpd || kJournalHeaderSize + flash + vpd != bytes.size())
         return std::nullopt;
     if (get32(bytes, kOffCrc) != JournalCrc32(bytes.subspan(16))) return std::nullopt;
+    auto serial = get_text(bytes, kOffSerial, kSerialField), image = get_text(bytes, kOffImage, kImageField);
+    if (!serial || !image) return std::nullopt;
     JournalRecord r;
     std::memcpy(r.portWwn.data(), bytes.data() + kOffWwn, 8);
-    r.serial = get_text(bytes, kOffSerial, kSerialField);
-    r.imageFile = get_text(bytes, kOffImage, kImageField);
+    r.serial = std::move(*serial);
+    r.imageFile = std::move(*image);
     r.flash.assign(bytes.begin() + kJournalHeaderSize, bytes.begin() + static_cast<std::ptrdiff_t>(kJournalHeaderSize + flash));
     r.vpd.assign(bytes.begin() + static_cast<std::ptrdiff_t>(kJournalHeaderSize + flash), bytes.end());
     return r;

@@ -12,7 +12,7 @@
 //   8   length of the whole record            u32
 //   12  CRC-32 of bytes 16..length-1          u32
 //   16  port WWN                              8 bytes
-//   24  serial number, zero-filled            32 bytes
+//   24  serial number, zero-terminated        32 bytes
 //   56  image file the update was writing     256 bytes, zero-terminated
 //   312 flash bytes saved (F)                 u32
 //   316 VPD bytes saved (V)                   u32

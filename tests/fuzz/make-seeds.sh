@@ -10,7 +10,7 @@ seeds=$here/seeds
 rm -rf "$seeds"
 for t in option_rom firmware_image version_control subsystem_list preferences vpd_fields multiboot nvram preserve \
          vpd_image layout host_model release_file sysfs_attrs driver_replies netlink_replies shared_state emu_state \
-         mkimage_args driver_requests attr_sessions emu_netlink; do
+         mkimage_args driver_requests attr_sessions emu_netlink journal_record; do
   mkdir -p "$seeds/$t"
 done
 tmp=$(mktemp -d)
@@ -109,6 +109,21 @@ printf 'multiboot\n--out\nmb\n--chip\nFCX160\n--bios\n1.12\n--efi\n2.05\n--firmw
 printf 'nvram\n--out\nnv\n--format\nbasic\n--ssvid\n0x1DE5\n--var\n5=1' >"$seeds/mkimage_args/nvram"
 printf 'vpd\n--out\nvpd\n--id\nVX2162 HBA\n--sn\nSN1\n--field\nV3=1.12\n--rw\nV4=X\n--size\n256' \
   >"$seeds/mkimage_args/vpd"
+
+# Update journal records, written here on their own from the record's
+# documented layout: a boot code piece with a VPD block, and one without VPD.
+mk vpd --out "$tmp/vpd-j" --id "VX2162 HBA" --sn VXA4200160 --size 128
+python3 - "$seeds/journal_record" "$tmp/vpd-j" <<'PY'
+import struct, sys, zlib
+out, vpd = sys.argv[1], open(sys.argv[2], 'rb').read()
+def record(wwpn, serial, image, flash, vpd):
+    body = bytes.fromhex(wwpn) + serial.ljust(32, b'\0') + image.ljust(256, b'\0')
+    body += struct.pack('<II', len(flash), len(vpd)) + flash + vpd
+    return b'FWJRNL01' + struct.pack('<II', 16 + len(body), zlib.crc32(body)) + body
+flash = b'\x55\xaa' + bytes(30) + b'\xe5\x1d' + bytes(30) + b'MEFCX ' + bytes(range(250))
+open(out + '/with-vpd', 'wb').write(record('2100001de5160000', b'VXA4200160', b'dual160.bin', flash, vpd))
+open(out + '/flash-only', 'wb').write(record('2100001de5120100', b'', b'/var/tmp/old120.bin', flash[:64], b''))
+PY
 
 # The targets that ask their input for one value after another
 # (FuzzedDataProvider) get inputs built call by call with fdp.py.
