@@ -933,3 +933,93 @@ INSTANTIATE_TEST_SUITE_P(
         FaultKindCase{"sysfs_short_vpd_read", true,
                       R"({ "attribute": "vpd", "operation": "read", "kind": "short", "bytes": 100, "times": 1 })"}),
     [](const auto &p) { return std::string(p.param.name); });
+
+// ---- seeded fault kinds on an FCX123 whose flash carries a VPD image ----------------
+
+// The older chips keep their VPD as an image in the boot code chain: a whole
+// boot code write must carry it into the new chain whatever the adapter
+// does wrong, or report a failure with the flash as it was.
+struct VpdImageFaultCase {
+    const char *name;
+    const char *fault;  // without the adapter, which the test adds
+};
+
+void PrintTo(const VpdImageFaultCase &c, std::ostream *os) { *os << c.name; }
+
+class XferVpdImageFaults : public ::testing::TestWithParam<VpdImageFaultCase> {
+protected:
+    // A host whose FCX123 boots from a chain with a VPD image, with `fault`.
+    static std::string host(const fwtest::TempDir &d, const std::string &fault) {
+        std::string text = fwtest::read_file(host_file("ioctl_families.json"));
+        const std::string versions = R"("flash": { "bios": "1.60", "firmware": "3.3.20" })";
+        text.replace(text.find(versions), versions.size(), R"("flash": { "file": ")" + (d / "with_vpd.bin") + "\" }");
+        if (!fault.empty()) {
+            std::string f = fault;
+            f.insert(1, R"( "adapter": "fcx123",)");
+            text.insert(text.find("\"adapters\""), "\"faults\": [ " + f + " ],\n  ");
+        }
+        const std::string name = fault.empty() ? "clean.json" : "faulty.json";
+        fwtest::write_file(d / name, text);
+        return d / name;
+    }
+    void SetUp() override {
+        const std::string vxemu = fwtest::bin_path("vxemu");
+        auto mk = fwtest::run({vxemu, "mkimage", "optrom", "--out", dir_ / "with_vpd.bin", "--chip", "FCX123", "--image",
+                               "bios:1.60", "--image", "efi:0.01:devid=1:no-param", "--param-seed", "5", "--ssvid",
+                               "0x4321", "--size", "0x100000"});
+        ASSERT_EQ(mk.status, 0) << mk.err;
+        mk = fwtest::run({vxemu, "mkimage", "optrom", "--out", dir_ / "new.bin", "--chip", "FCX123", "--image",
+                          "bios:1.70", "--size", "0x100000"});
+        ASSERT_EQ(mk.status, 0) << mk.err;
+    }
+    fwtest::TempDir dir_{"adapterdata-host"};
+};
+
+TEST_P(XferVpdImageFaults, TheVpdImageAndParameterBlockSurviveAndOnlyATrueWriteIsASuccess) {
+    Host clean(host(dir_, ""));
+    clean.put("new.bin", fwtest::read_file(dir_ / "new.bin"));
+    auto r = clean.run(xc("write 0 0x05 new.bin"));
+    ASSERT_EQ(r.out, "write status=0x00000000\nclose status=0x00000000\n");
+    const Bytes clean_flash = clean.flash("fcx123");
+
+    Host h(host(dir_, GetParam().fault));
+    h.put("new.bin", fwtest::read_file(dir_ / "new.bin"));
+    r = h.run(xc("props 0"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const Bytes before = h.flash("fcx123"), nvram_before = h.block("fcx123", "nvram", 0);
+    r = h.run(xc("write 0 0x05 new.bin"), false);
+    ASSERT_EQ(r.status, 0) << r.err;
+    bool fired = false;
+    for (const auto &e : h.log()) fired = fired || !e.value("fault", "").empty();
+    EXPECT_TRUE(fired) << "the fault never fired";
+
+    const Bytes after = h.flash("fcx123");
+    if (r.out == "write status=0x00000000\nclose status=0x00000000\n") {
+        EXPECT_TRUE(after == clean_flash) << "success reported for a flash that is not the written one";
+    }
+    // A write the adapter reports as failed may have stored part of the new
+    // chain (the next update finishes it), but never any third byte.
+    ASSERT_EQ(after.size(), before.size());
+    size_t foreign = 0;
+    for (size_t i = 0; i < after.size(); ++i) foreign += after[i] != before[i] && after[i] != clean_flash[i];
+    EXPECT_EQ(foreign, 0u) << "bytes that are neither the old nor the new chain";
+    // The VPD image follows the first BIOS image in both chains.
+    EXPECT_TRUE(after.substr(0x8000, 0x8000) == before.substr(0x8000, 0x8000)) << "VPD image lost";
+    const auto old_marker = before.find("MEFCX "), marker = after.find("MEFCX ");
+    ASSERT_NE(old_marker, std::string::npos);
+    ASSERT_NE(marker, std::string::npos) << "parameter block lost";
+    EXPECT_TRUE(after.substr(marker + 2, 256) == before.substr(old_marker + 2, 256)) << "parameter block lost";
+    EXPECT_EQ(after.substr(32, 2), before.substr(32, 2)) << "subsystem vendor bytes lost";
+    EXPECT_TRUE(image_checksum_ok(after, 0));
+    EXPECT_TRUE(h.block("fcx123", "nvram", 0) == nvram_before);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    SeededFaults, XferVpdImageFaults,
+    ::testing::Values(
+        VpdImageFaultCase{"flash_read_bitflip", R"({ "command": "0x0F", "kind": "bitflip", "bits": 4096, "times": 1 })"},
+        VpdImageFaultCase{"write_stores_nothing", R"({ "command": "0x0A", "kind": "lie", "store": "nothing", "times": 1 })"},
+        VpdImageFaultCase{"write_stores_other_bytes", R"({ "command": "0x0A", "kind": "lie", "store": "other", "times": 1 })"},
+        VpdImageFaultCase{"partial_write", R"({ "command": "0x0A", "kind": "partial", "times": 1 })"},
+        VpdImageFaultCase{"short_flash_read", R"({ "command": "0x0F", "kind": "short", "bytes": 4096, "times": 1 })"}),
+    [](const auto &p) { return std::string(p.param.name); });
