@@ -7,10 +7,10 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <vector>
 
+#include "emu_host.h"
 #include "fault_injector.h"
 #include "host_model.h"
 #include "sysfs_tree.h"
@@ -20,39 +20,26 @@ using namespace vxemu;
 
 namespace {
 
-Host g_prototype;
-// The host an input works on, reset from the prototype by assignment so
-// that its large buffers are reused instead of allocated again.
-Host g_host;
-TrafficLog *g_log = nullptr;
+fuzz::EmuHost g_emu;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     // One chunked and one older driver port, flash of 1 MiB and 128 KiB.
-    auto h = parse_host_json(R"({
+    g_emu.init("attr_sessions", R"({
       "adapters": [
         { "name": "s", "chip": "FCX144", "transport": "sysfs", "chunked": true,
           "flash": { "bios": "1.00", "firmware": "5.0.1" }, "functions": [ { "pci": "0000:09:00.0", "host": 9 } ] },
         { "name": "t", "chip": "FCX120", "transport": "sysfs", "chunked": false,
-          "flash": { "bios": "1.00" }, "functions": [ { "pci": "0000:0a:00.0", "host": 10 } ] } ] })",
-                             "fuzz.json");
-    if (!h) {
-        std::fprintf(stderr, "attr_sessions: %s\n", h.error().message.c_str());
-        std::abort();
-    }
-    g_prototype = std::move(h).value();
-    g_log = new TrafficLog;
-    if (!g_log->open("/dev/null", false)) std::abort();
+          "flash": { "bios": "1.00" }, "functions": [ { "pci": "0000:0a:00.0", "host": 10 } ] } ] })");
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FuzzedDataProvider in(data, size);
-    g_host = g_prototype;
-    Host &host = g_host;
+    Host &host = g_emu.reset();
     FaultInjector faults(host);
-    SysfsTree tree(host, *g_log, faults);
+    SysfsTree tree(host, g_emu.log(), faults);
     std::vector<uint64_t> files;
     for (uint64_t ino = 1; ino <= tree.node_count(); ++ino)
         if (const SysfsNode *n = tree.node(ino); n != nullptr && n->type == NodeType::file && n->adapter >= 0) files.push_back(ino);
@@ -114,6 +101,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     for (uint64_t fh : handles) tree.release(fh);
     // The flash never changes size, whatever was written.
     for (size_t i = 0; i < host.adapters.size(); ++i)
-        if (host.adapters[i].flash.size() != g_prototype.adapters[i].flash.size()) std::abort();
+        if (host.adapters[i].flash.size() != g_emu.prototype().adapters[i].flash.size()) std::abort();
     return 0;
 }

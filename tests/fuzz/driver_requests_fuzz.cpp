@@ -6,11 +6,11 @@
 // (header, request, response); an input may point anywhere else too.
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "driver_service.h"
+#include "emu_host.h"
 #include "emu_memory.h"
 #include "fault_injector.h"
 #include "host_model.h"
@@ -22,11 +22,7 @@ using namespace vxemu::wire;
 
 namespace {
 
-Host g_prototype;
-// The host an input works on, reset from the prototype by assignment so
-// that its large buffers are reused instead of allocated again.
-Host g_host;
-TrafficLog *g_log = nullptr;
+fuzz::EmuHost g_emu;
 
 void put64(std::vector<uint8_t> &b, size_t at, uint64_t v) {
     for (size_t i = 0; i < 8 && at + i < b.size(); ++i) b[at + i] = static_cast<uint8_t>(v >> (8 * i));
@@ -35,30 +31,20 @@ void put64(std::vector<uint8_t> &b, size_t at, uint64_t v) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    auto h = parse_host_json(R"({
+    g_emu.init("driver_requests", R"({
       "adapters": [
         { "name": "a", "chip": "FCX141", "transport": "ioctl", "flash": { "bios": "1.00", "firmware": "5.0.1" },
           "functions": [ { "pci": "0000:07:00.0", "host": 7 }, { "pci": "0000:07:00.1", "host": 8 } ] },
         { "name": "o", "chip": "FCX120", "transport": "ioctl_old", "flash": { "bios": "1.00" },
-          "functions": [ { "pci": "0000:08:00.0", "host": 9 } ] } ] })",
-                             "fuzz.json");
-    if (!h) {
-        std::fprintf(stderr, "driver_requests: %s\n", h.error().message.c_str());
-        std::abort();
-    }
-    g_prototype = std::move(h).value();
-    // Every request is logged as a real run logs it (to nowhere).
-    g_log = new TrafficLog;
-    if (!g_log->open("/dev/null", false)) std::abort();
+          "functions": [ { "pci": "0000:08:00.0", "host": 9 } ] } ] })");
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FuzzedDataProvider in(data, size);
-    g_host = g_prototype;
-    Host &host = g_host;
+    Host &host = g_emu.reset();
     FaultInjector faults(host);
-    DriverService driver(host, *g_log, faults);
+    DriverService driver(host, g_emu.log(), faults);
     fuzz::BlockMemory mem;
 
     while (in.remaining_bytes() > 0) {

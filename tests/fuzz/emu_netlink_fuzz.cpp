@@ -5,10 +5,10 @@
 // messages per input, against one sysfs port, so chunk sequences carry over.
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <vector>
 
+#include "emu_host.h"
 #include "host_model.h"
 #include "netlink_service.h"
 #include "traffic_log.h"
@@ -18,11 +18,7 @@ using namespace vxemu;
 
 namespace {
 
-Host g_prototype;
-// The host an input works on, reset from the prototype by assignment so
-// that its large buffers are reused instead of allocated again.
-Host g_host;
-TrafficLog *g_log = nullptr;
+fuzz::EmuHost g_emu;
 
 void put(std::vector<uint8_t> &m, size_t at, uint64_t v, size_t n) {
     for (size_t i = 0; i < n; ++i) m[at + i] = static_cast<uint8_t>(v >> (8 * i));
@@ -31,26 +27,17 @@ void put(std::vector<uint8_t> &m, size_t at, uint64_t v, size_t n) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    auto h = parse_host_json(R"({
+    g_emu.init("emu_netlink", R"({
       "adapters": [
         { "name": "b", "chip": "FCX150", "transport": "sysfs", "flash": { "bios": "1.00", "firmware": "6.1.0" },
-          "functions": [ { "pci": "0000:0b:00.0", "host": 4 } ] } ] })",
-                             "fuzz.json");
-    if (!h) {
-        std::fprintf(stderr, "emu_netlink: %s\n", h.error().message.c_str());
-        std::abort();
-    }
-    g_prototype = std::move(h).value();
-    g_log = new TrafficLog;
-    if (!g_log->open("/dev/null", false)) std::abort();
+          "functions": [ { "pci": "0000:0b:00.0", "host": 4 } ] } ] })");
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FuzzedDataProvider in(data, size);
-    g_host = g_prototype;
-    Host &host = g_host;
-    NetlinkService service(host, *g_log);
+    Host &host = g_emu.reset();
+    NetlinkService service(host, g_emu.log());
     const size_t fc = nl::kNlHdr + nl::kScsiNlHdr;
     // A few dozen messages: enough for chunk sequences, few enough that
     // full 64 KiB chunks keep an input quick.
