@@ -157,6 +157,23 @@ bool file_exists(const std::string &path) {
     return lstat(path.c_str(), &st) == 0;
 }
 
+RunResult run_in_vxemu(const TempDir &dir, const std::vector<std::string> &command, int timeout_seconds) {
+    std::vector<std::string> argv{bin_path("vxemu"), "run",          "--host", dir / "host.json",
+                                  "--state",         dir / "state", "--"};
+    argv.insert(argv.end(), command.begin(), command.end());
+    RunOptions opts;
+    opts.cwd = dir.path();
+    opts.unset_env = {"VX_FCAPI_DEBUG"};
+    opts.timeout_seconds = timeout_seconds;
+    return run(argv, opts);
+}
+
+int count_of(const std::string &text, const std::string &needle) {
+    int n = 0;
+    for (auto pos = text.find(needle); pos != std::string::npos; pos = text.find(needle, pos + 1)) ++n;
+    return n;
+}
+
 std::string bin_path(const std::string &name) { return std::string(FW_BIN_DIR) + "/" + name; }
 std::string source_path(const std::string &relative) { return std::string(FW_SOURCE_DIR) + "/" + relative; }
 

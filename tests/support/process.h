@@ -45,6 +45,13 @@ std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &data, mode_t mode = 0644);
 bool file_exists(const std::string &path);
 
+// `vxemu run --host DIR/host.json --state DIR/state -- COMMAND...` started
+// in DIR, without the library's trace switch of the caller's environment.
+RunResult run_in_vxemu(const TempDir &dir, const std::vector<std::string> &command, int timeout_seconds = 120);
+
+// How many times `needle` starts in `text`, overlapping ones included.
+int count_of(const std::string &text, const std::string &needle);
+
 // Paths of the build tree and the source tree.
 std::string bin_path(const std::string &name);  // build/bin/<name>
 std::string source_path(const std::string &relative);

@@ -46,24 +46,13 @@ protected:
     fwtest::RunResult run(const std::string &host_json, const std::string &script) {
         fwtest::write_file(dir_ / "host.json", host_json);
         fwtest::write_file(dir_ / "run.sh", "C=" + kClient + "\nset -e\n" + script, 0755);
-        fwtest::RunOptions opts;
-        opts.cwd = dir_.path();
-        opts.unset_env = {"VX_FCAPI_DEBUG"};
-        opts.timeout_seconds = 60;
-        auto r = fwtest::run({fwtest::bin_path("vxemu"), "run", "--state", dir_ / "state", "--host", dir_ / "host.json",
-                              "--", "/bin/sh", dir_ / "run.sh"},
-                             opts);
+        auto r = fwtest::run_in_vxemu(dir_, {"/bin/sh", dir_ / "run.sh"}, 60);
         // A protocol violation would end the run with vxemu's own status and a message.
         EXPECT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(r.err, "");
         return r;
     }
     std::string traffic() { return fwtest::read_file(dir_ / "state/traffic.jsonl"); }
-    static int count(const std::string &text, const std::string &needle) {
-        int n = 0;
-        for (auto pos = text.find(needle); pos != std::string::npos; pos = text.find(needle, pos + 1)) ++n;
-        return n;
-    }
     static std::vector<std::string> lines(const std::string &text) {
         std::vector<std::string> v;
         std::istringstream in(text);
@@ -88,9 +77,9 @@ TEST_F(Failover, LiveViewIsWhatDiscoveryFoundAndComesInTheDefaultBuffer) {
                          "get lun live: 0x00000000 count 0\n");  // link down: nothing discovered
     const std::string log = traffic();
     // ((2048 + 32) x 8 + 1) x 32 bytes offered for every list read.
-    EXPECT_EQ(count(log, "\"command\":206"), 6);
-    EXPECT_EQ(count(log, "\"command\":208"), 1);
-    EXPECT_EQ(count(log, "\"length\":532512"), 7);
+    EXPECT_EQ(fwtest::count_of(log, "\"command\":206"), 6);
+    EXPECT_EQ(fwtest::count_of(log, "\"command\":208"), 1);
+    EXPECT_EQ(fwtest::count_of(log, "\"length\":532512"), 7);
 }
 
 TEST_F(Failover, LargeLunDriverIsOfferedTheLargerBuffer) {
@@ -98,8 +87,8 @@ TEST_F(Failover, LargeLunDriverIsOfferedTheLargerBuffer) {
     EXPECT_EQ(r.out, "get lun live: 0x00000000 count 3\n" + kLun00 + kLun01 + kLun10 +
                          "get target store: 0x00000000 count 0\n");
     const std::string log = traffic();
-    EXPECT_EQ(count(log, "\"length\":1056800"), 2);  // ((4096 + 32) x 8 + 1) x 32
-    EXPECT_EQ(count(log, "\"length\":532512"), 0);
+    EXPECT_EQ(fwtest::count_of(log, "\"length\":1056800"), 2);  // ((4096 + 32) x 8 + 1) x 32
+    EXPECT_EQ(fwtest::count_of(log, "\"length\":532512"), 0);
 }
 
 TEST_F(Failover, ListsLongerThanTheRecordAreClippedTo256Entries) {
@@ -129,7 +118,7 @@ TEST_F(Failover, ListsLongerThanTheRecordAreClippedTo256Entries) {
     EXPECT_EQ(out[at], "set lun: 0x00000000\n");
     EXPECT_EQ(out[at + 1], "get lun store: 0x00000000 count 256\n");
     EXPECT_EQ(out[at + 257], made(7, 255, "0x1"));
-    EXPECT_EQ(count(traffic(), "\"length\":8224"), 1);  // 32-byte request + 256 entries
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"length\":8224"), 1);  // 32-byte request + 256 entries
 }
 
 TEST_F(Failover, ConfigurationStoreFollowsTheDriverVersion) {
@@ -149,8 +138,8 @@ TEST_F(Failover, ConfigurationStoreFollowsTheDriverVersion) {
                              "get target store: 0x00000000 count 0\nset target: 0x00000000\n"
                              "get lun live: 0x00000000 count 1\n" +
                                  kLun10);
-            EXPECT_EQ(count(log, "\"command\":207"), 1);
-            EXPECT_EQ(count(log, "\"command\":209"), 1);
+            EXPECT_EQ(fwtest::count_of(log, "\"command\":207"), 1);
+            EXPECT_EQ(fwtest::count_of(log, "\"command\":209"), 1);
         } else {
             // The older drivers' configuration file is not ours to read or write:
             // refused, the record left alone, nothing sent but the live read.
@@ -158,8 +147,9 @@ TEST_F(Failover, ConfigurationStoreFollowsTheDriverVersion) {
                              "get target store: 0x20000066 untouched\nset target: 0x20000066\n"
                              "get lun live: 0x00000000 count 1\n" +
                                  kLun10);
-            EXPECT_EQ(count(log, "\"command\":206"), 1);
-            EXPECT_EQ(count(log, "\"command\":207") + count(log, "\"command\":208") + count(log, "\"command\":209"),
+            EXPECT_EQ(fwtest::count_of(log, "\"command\":206"), 1);
+            EXPECT_EQ(fwtest::count_of(log, "\"command\":207") + fwtest::count_of(log, "\"command\":208") +
+                          fwtest::count_of(log, "\"command\":209"),
                       0);
         }
     }
@@ -198,8 +188,8 @@ TEST_F(Failover, MisuseIsRefusedAndLeavesTheRecordAlone) {
                      "outside selector: 0x20000064\n");
     // Only the write with foreign entries reached the driver.
     const std::string log = traffic();
-    EXPECT_EQ(count(log, "\"command\":207"), 1);
-    EXPECT_EQ(count(log, "\"command\":206"), 0);
+    EXPECT_EQ(fwtest::count_of(log, "\"command\":207"), 1);
+    EXPECT_EQ(fwtest::count_of(log, "\"command\":206"), 0);
 }
 
 }  // namespace

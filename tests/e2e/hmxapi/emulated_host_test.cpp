@@ -61,11 +61,6 @@ protected:
         return fwtest::run(argv, opts);
     }
     std::string traffic() { return fwtest::read_file(dir_ / "state/traffic.jsonl"); }
-    static int count(const std::string &text, const std::string &needle) {
-        int n = 0;
-        for (auto pos = text.find(needle); pos != std::string::npos; pos = text.find(needle, pos + 1)) ++n;
-        return n;
-    }
     fwtest::TempDir dir_{"hmxemu"};
 };
 
@@ -101,9 +96,9 @@ TEST_F(EmulatedHost, OneAndTwoAdaptersOverIoctl) {
         want += "shared: absent\n";  // the last process removed it
         EXPECT_EQ(r.out, want);
         const std::string log = traffic();
-        EXPECT_EQ(count(log, "\"command\":255"), ports);  // one count request per bound instance
-        EXPECT_EQ(count(log, "\"command\":254"), ports);
-        EXPECT_EQ(count(log, "\"layout\":\"old\""), 0);
+        EXPECT_EQ(fwtest::count_of(log, "\"command\":255"), ports);  // one count request per bound instance
+        EXPECT_EQ(fwtest::count_of(log, "\"command\":254"), ports);
+        EXPECT_EQ(fwtest::count_of(log, "\"layout\":\"old\""), 0);
     }
 }
 
@@ -116,14 +111,14 @@ TEST_F(EmulatedHost, ThirtyThreeInstancesFillTheTableAt32) {
               "open 32: 0x20000064 handle 0\n"
               "close 1: 0x00000000\n"
               "close 32: 0x00000000\n");
-    EXPECT_EQ(count(traffic(), "\"command\":254"), 32);  // instance 32 is never bound
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"command\":254"), 32);  // instance 32 is never bound
 }
 
 TEST_F(EmulatedHost, DriverWithoutInstancesFailsTheLoad) {
     const auto r = run(ioctl_host(1, "\"instances\": { \"count\": 0 }"), "$C open 0\n$C shared\n");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, "open 0: 0x20000075 handle 0\nshared: absent\n");
-    EXPECT_EQ(count(traffic(), "\"command\":254"), 0);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"command\":254"), 0);
 }
 
 TEST_F(EmulatedHost, InstancesThatWillNotBindAreSkippedAndTheTableStaysPacked) {
@@ -340,7 +335,7 @@ TEST_F(EmulatedHost, LogFileLinesCarryTheTime) {
         EXPECT_TRUE(std::regex_match(l + "\n", line)) << l;
         ++n;
     }
-    EXPECT_EQ(n, count(r.err, "\n"));  // every standard-error line went to the file too
+    EXPECT_EQ(n, fwtest::count_of(r.err, "\n"));  // every standard-error line went to the file too
     EXPECT_NE(log.find(" : HmOpenDevice(0): entered.\n"), std::string::npos);
 }
 
@@ -380,7 +375,7 @@ TEST_F(EmulatedHost, FailoverCalls) {
         << r.out;
     const std::string log = traffic();
     for (const char *cmd : {"\"command\":210", "\"command\":200", "\"command\":204"})
-        EXPECT_EQ(count(log, cmd), 1) << cmd;
+        EXPECT_EQ(fwtest::count_of(log, cmd), 1) << cmd;
 }
 
 TEST_F(EmulatedHost, OlderDriversAreReachedWithTheOlderLayout) {
@@ -390,8 +385,8 @@ TEST_F(EmulatedHost, OlderDriversAreReachedWithTheOlderLayout) {
     const std::string log = traffic();
     // Only the probe of the current driver used the current layout; every
     // request that reached the adapter afterwards used the older one.
-    EXPECT_GT(count(log, "\"layout\":\"old\""), 3);
-    EXPECT_EQ(count(log, "\"command\":252,\"subcode\":0,\"layout\":\"current\""), 0);
+    EXPECT_GT(fwtest::count_of(log, "\"layout\":\"old\""), 3);
+    EXPECT_EQ(fwtest::count_of(log, "\"command\":252,\"subcode\":0,\"layout\":\"current\""), 0);
 }
 
 }  // namespace

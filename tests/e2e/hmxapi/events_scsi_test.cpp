@@ -22,13 +22,7 @@ protected:
                                "\nS=" + fwtest::bin_path("scsi_client") + "\nD=" + dir_.path() + "\nST=" +
                                dir_.path() + "/state\n" + script,
                            0755);
-        fwtest::RunOptions opts;
-        opts.cwd = dir_.path();
-        opts.unset_env = {"VX_FCAPI_DEBUG"};
-        opts.timeout_seconds = 120;
-        return fwtest::run({fwtest::bin_path("vxemu"), "run", "--state", dir_ / "state", "--host", dir_ / "host.json",
-                            "--", "/bin/sh", dir_ / "run.sh"},
-                           opts);
+        return fwtest::run_in_vxemu(dir_, {"/bin/sh", dir_ / "run.sh"});
     }
     // Traffic lines of one ioctl command, without the caller's thread id.
     std::vector<std::string> requests(unsigned command) {

@@ -39,14 +39,7 @@ class EveryCall : public ::testing::Test {
 protected:
     fwtest::RunResult run(const std::string &host, const std::vector<std::string> &command) {
         fwtest::write_file(dir_ / "host.json", host);
-        std::vector<std::string> argv{fwtest::bin_path("vxemu"), "run", "--host", dir_ / "host.json", "--state",
-                                      dir_ / "state", "--"};
-        argv.insert(argv.end(), command.begin(), command.end());
-        fwtest::RunOptions opts;
-        opts.cwd = dir_.path();
-        opts.unset_env = {"VX_FCAPI_DEBUG"};
-        opts.timeout_seconds = 120;
-        return fwtest::run(argv, opts);
+        return fwtest::run_in_vxemu(dir_, command);
     }
     // Runs the client on instance 0 after a run that only records the
     // adapters, and checks what every whole run must leave behind.

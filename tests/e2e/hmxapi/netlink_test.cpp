@@ -21,15 +21,10 @@ class Netlink : public ::testing::Test {
 protected:
     fwtest::RunResult run(const std::string &args) {
         fwtest::write_file(dir_ / "host.json", kSysfsHost);
-        fwtest::RunOptions opts;
-        opts.cwd = dir_.path();
-        opts.unset_env = {"VX_FCAPI_DEBUG"};
-        opts.timeout_seconds = 60;
-        std::vector<std::string> argv{fwtest::bin_path("vxemu"), "run", "--state", dir_ / "state", "--host",
-                                      dir_ / "host.json", "--", fwtest::bin_path("netlink_client")};
+        std::vector<std::string> command{fwtest::bin_path("netlink_client")};
         std::istringstream in(args);
-        for (std::string a; in >> a;) argv.push_back(a);
-        return fwtest::run(argv, opts);
+        for (std::string a; in >> a;) command.push_back(a);
+        return fwtest::run_in_vxemu(dir_, command, 60);
     }
     // Netlink lines of the traffic log, without the caller's id.
     std::vector<std::string> netlink() {

@@ -97,21 +97,11 @@ protected:
                           const std::string &supported = kSupported) {
         fwtest::write_file(dir_ / "host.json", host);
         fwtest::write_file(dir_ / "adapters.properties", supported);
-        std::vector<std::string> argv{fwtest::bin_path("vxemu"), "run",         "--host", dir_ / "host.json",
-                                      "--state",                 dir_ / "state", "--",    fwtest::bin_path("flashwright")};
-        argv.insert(argv.end(), args.begin(), args.end());
-        fwtest::RunOptions opts;
-        opts.cwd = dir_.path();
-        opts.unset_env = {"VX_FCAPI_DEBUG"};
-        opts.timeout_seconds = 60;
-        return fwtest::run(argv, opts);
+        std::vector<std::string> command{fwtest::bin_path("flashwright")};
+        command.insert(command.end(), args.begin(), args.end());
+        return fwtest::run_in_vxemu(dir_, command, 60);
     }
     std::string traffic() { return fwtest::read_file(dir_ / "state/traffic.jsonl"); }
-    static int count(const std::string &text, const std::string &needle) {
-        int n = 0;
-        for (auto pos = text.find(needle); pos != std::string::npos; pos = text.find(needle, pos + 1)) ++n;
-        return n;
-    }
     // Listings read the adapters and never write them.
     void expect_read_only() {
         const std::string log = traffic();
@@ -122,12 +112,12 @@ protected:
         for (std::string line; std::getline(lines_in, line);)
             if (line.find("\"kind\":\"ioctl\"") != std::string::npos) requests += line + "\n";
         for (const char *write : {"\"command\":7,", "\"command\":10,", "\"command\":13,", "\"command\":18,", "\"command\":24,"})
-            EXPECT_EQ(count(requests, write), 0) << write;
+            EXPECT_EQ(fwtest::count_of(requests, write), 0) << write;
         // (the library's probe of chunked flash access writes "4" to optrom_ctl)
         for (const char *write : {"\"attribute\":\"optrom\",\"op\":\"write\"", "\"attribute\":\"nvram\",\"op\":\"write\"",
                                   "\"attribute\":\"vpd\",\"op\":\"write\""})
-            EXPECT_EQ(count(log, write), 0) << write;
-        EXPECT_EQ(count(log, "violation"), 0);
+            EXPECT_EQ(fwtest::count_of(log, write), 0) << write;
+        EXPECT_EQ(fwtest::count_of(log, "violation"), 0);
     }
     fwtest::TempDir dir_{"fwlist"};
 };
@@ -195,14 +185,14 @@ TEST_F(Listing, PortsBySerialNumberThenPortName) {
     expect_read_only();
     // The port record is asked for three times per port: by the library's
     // discovery, for the device record, and once more for the block.
-    EXPECT_EQ(count(traffic(), "\"command\":0,\"subcode\":2,"), 12);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"command\":0,\"subcode\":2,"), 12);
 
     // Silent alone selects no mode, after the whole discovery.
     r = run(host, {"-s"});
     EXPECT_EQ(r.status, 255);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "");
-    EXPECT_EQ(count(traffic(), "\"command\":254,"), 4);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"command\":254,"), 4);
 }
 
 TEST_F(Listing, AdaptersWithoutSerialNumberShareOneHeaderAndOneCount) {
@@ -237,12 +227,13 @@ TEST_F(Listing, APortSeenUnderTwoInstancesIsListedOnce) {
                                            "  Port 1 WWPN 21-00-00-1D-E5-14-00-00 SN VXD0000141 (HBA 0) Loop down",
                                            kSeparator, "Total Varnix HBA(s) : 1\n"}));
     // Both instances were opened and read; the second record was dropped.
-    EXPECT_EQ(count(traffic(), "\"command\":254,"), 2);
-    EXPECT_EQ(count(traffic(), "\"function\":1,\"command\":0,\"subcode\":1,"), 2);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"command\":254,"), 2);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"function\":1,\"command\":0,\"subcode\":1,"), 2);
     // Events are asked for under the instance the port is listed by.
-    EXPECT_EQ(count(traffic(), R"("function":0,"command":2,"subcode":0,"layout":"current","status":0,"text":"enable")"),
+    EXPECT_EQ(fwtest::count_of(traffic(),
+                               R"("function":0,"command":2,"subcode":0,"layout":"current","status":0,"text":"enable")"),
               1);
-    EXPECT_EQ(count(traffic(), "\"function\":1,\"command\":2,"), 0);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"function\":1,\"command\":2,"), 0);
 
     r = run(host, {"-i", "-s"});
     EXPECT_EQ(r.status, 0);
@@ -279,7 +270,7 @@ TEST_F(Listing, AnInstanceThatWillNotBindIsLeftOut) {
                                            "  Port 1 WWPN 21-00-00-1D-E5-16-00-00 SN VXC0000160 (HBA 1) Online",
                                            "  Port 2 WWPN 21-00-00-1D-E5-16-00-01 SN VXC0000160 (HBA 0) Loop down",
                                            kSeparator, "Total Varnix HBA(s) : 2\n"}));
-    EXPECT_EQ(count(traffic(), "\"adapter\":\"b141\",\"function\":0,\"command\":254,"), 1);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"adapter\":\"b141\",\"function\":0,\"command\":254,"), 1);
 }
 
 TEST_F(Listing, ADriverNodeWithoutInstancesFailsTheLoadEvenBesideSysfsPorts) {
@@ -295,8 +286,8 @@ TEST_F(Listing, ADriverNodeWithoutInstancesFailsTheLoadEvenBesideSysfsPorts) {
     EXPECT_EQ(r.out, "Info: Varnix HBA not found !\r\n");
     EXPECT_EQ(r.err, "");
     // Every instance tried the load again; no sysfs port was read.
-    EXPECT_EQ(count(traffic(), "\"command\":255,"), 31);
-    EXPECT_EQ(count(traffic(), "\"attribute\":\"nvram\""), 0);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"command\":255,"), 31);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"attribute\":\"nvram\""), 0);
 }
 
 TEST_F(Listing, TheRenamedBladeBoardShowsItsFixedModelName) {
@@ -326,8 +317,8 @@ TEST_F(Listing, ADriverServingThroughSysfsHasNoCharacterDeviceToProbe) {
                                            kSeparator, "Total Varnix HBA(s) : 1\n"}));
     // No node to find: the load went straight to sysfs.
     const std::string log = traffic();
-    EXPECT_EQ(count(log, "\"kind\":\"ioctl\""), 0);
-    EXPECT_EQ(count(log, "\"attribute\":\"dev\""), 0);
+    EXPECT_EQ(fwtest::count_of(log, "\"kind\":\"ioctl\""), 0);
+    EXPECT_EQ(fwtest::count_of(log, "\"attribute\":\"dev\""), 0);
     expect_read_only();
 }
 
@@ -362,7 +353,7 @@ TEST_F(Listing, TheExampleHostsOfBothDriverGenerations) {
                                            "  Port 1 WWPN 21-00-00-1D-E5-44-00-00 SN VXA3100144 (HBA 0) Loop down",
                                            "  Port 2 WWPN 21-00-00-1D-E5-44-00-01 SN VXA3100144 (HBA 1) Loop down",
                                            kSeparator, "Total Varnix HBA(s) : 2\n"}));
-    EXPECT_GT(count(traffic(), "\"layout\":\"old\""), 0);
+    EXPECT_GT(fwtest::count_of(traffic(), "\"layout\":\"old\""), 0);
 }
 
 namespace {
@@ -428,13 +419,13 @@ TEST_F(Listing, TargetsBehindThePortsChangeNothingTheToolShows) {
         EXPECT_EQ(with.status, without.status) << mode;
         EXPECT_NE(with.out.find("VX2145"), std::string::npos) << mode << with.out;
         EXPECT_EQ(requests_of(quiet, 5).size(), 0u) << mode;
-        EXPECT_EQ(count(quiet, "\"subcode\":4,"), 0) << mode;
+        EXPECT_EQ(fwtest::count_of(quiet, "\"subcode\":4,"), 0) << mode;
 
         // Each listed port asks for its events; the ports the tool switched
         // on are switched off again at the end.
-        EXPECT_EQ(count(busy, "\"command\":2,\"subcode\":0,\"layout\":\"current\",\"status\":0,\"text\":\"enable\""), 4)
+        EXPECT_EQ(fwtest::count_of(busy, R"("command":2,"subcode":0,"layout":"current","status":0,"text":"enable")"), 4)
             << mode;
-        EXPECT_EQ(count(busy, "\"text\":\"disable\""), 4) << mode;
+        EXPECT_EQ(fwtest::count_of(busy, "\"text\":\"disable\""), 4) << mode;
         EXPECT_EQ(requests_of(quiet, 2).size(), 8u) << mode;
 
         // The array: INQUIRY and REPORT LUNS at LUN 0, then the capacity of
@@ -458,14 +449,14 @@ TEST_F(Listing, TargetsBehindThePortsChangeNothingTheToolShows) {
         // LUN that says there are no more (INQUIRY of LUNs 0 to 3, READ
         // CAPACITY of the two present); the tool does not measure them again.
         const std::string inquiry = R"("command":5,"subcode":1,"layout":"current","region":18,)";
-        EXPECT_EQ(count(busy, R"("adapter":"c160","function":0,)" + inquiry + R"("offset":3,)"), 1) << mode;
-        EXPECT_EQ(count(busy, R"("adapter":"c160","function":0,"command":5,)"), 5 + 2 + 6) << mode;
+        EXPECT_EQ(fwtest::count_of(busy, R"("adapter":"c160","function":0,)" + inquiry + R"("offset":3,)"), 1) << mode;
+        EXPECT_EQ(fwtest::count_of(busy, R"("adapter":"c160","function":0,"command":5,)"), 5 + 2 + 6) << mode;
         // The port whose link is down sees nothing; the default fabric's
         // older device is probed over all 256 LUNs.
-        EXPECT_EQ(count(busy, R"("adapter":"c160","function":1,"command":5,)"), 0) << mode;
-        EXPECT_EQ(count(busy, R"("adapter":"b141","function":0,)" + inquiry), 1 + 1 + 256) << mode;
+        EXPECT_EQ(fwtest::count_of(busy, R"("adapter":"c160","function":1,"command":5,)"), 0) << mode;
+        EXPECT_EQ(fwtest::count_of(busy, R"("adapter":"b141","function":0,)" + inquiry), 1 + 1 + 256) << mode;
         // A target that answers nothing but CHECK CONDITION has no LUN list.
-        EXPECT_EQ(count(busy, R"("adapter":"a145","function":0,"command":5,)"), 2) << mode;
+        EXPECT_EQ(fwtest::count_of(busy, R"("adapter":"a145","function":0,"command":5,)"), 2) << mode;
         expect_read_only();
     }
 }
@@ -478,19 +469,19 @@ TEST_F(Listing, HelpVersionAndABadSwitchOnAHostWithAdapters) {
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.err, "");
     EXPECT_EQ(help.out.rfind("NAME\n\r\nflashwright - ", 0), 0u) << help.out;
-    EXPECT_EQ(count(traffic(), "\"command\":254,"), 4);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"command\":254,"), 4);
     expect_read_only();
 
     const auto bad = run(host, {"/x"});
     EXPECT_EQ(bad.status, 7);
     EXPECT_EQ(bad.err, "");
     EXPECT_EQ(bad.out, help.out);
-    EXPECT_EQ(count(traffic(), "\"kind\":\"ioctl\""), 0);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"kind\":\"ioctl\""), 0);
 
     const auto version = run(host, {"/v"});
     EXPECT_EQ(version.status, 2);
     EXPECT_EQ(version.err, "");
     EXPECT_EQ(version.out.rfind("Varnix Flash (Firmware Component) Update Utility\nv1.0.0 Build 9\r\n", 0), 0u)
         << version.out;
-    EXPECT_EQ(count(traffic(), "\"kind\":\"ioctl\""), 0);
+    EXPECT_EQ(fwtest::count_of(traffic(), "\"kind\":\"ioctl\""), 0);
 }

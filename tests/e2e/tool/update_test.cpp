@@ -113,14 +113,9 @@ protected:
 
     fwtest::RunResult run(const std::string &host, const std::vector<std::string> &args) {
         fwtest::write_file(dir_ / "host.json", host);
-        std::vector<std::string> argv{fwtest::bin_path("vxemu"), "run",         "--host", dir_ / "host.json",
-                                      "--state",                 dir_ / "state", "--",    fwtest::bin_path("flashwright")};
-        argv.insert(argv.end(), args.begin(), args.end());
-        fwtest::RunOptions opts;
-        opts.cwd = dir_.path();
-        opts.unset_env = {"VX_FCAPI_DEBUG"};
-        opts.timeout_seconds = 120;
-        return fwtest::run(argv, opts);
+        std::vector<std::string> command{fwtest::bin_path("flashwright")};
+        command.insert(command.end(), args.begin(), args.end());
+        return fwtest::run_in_vxemu(dir_, command);
     }
 
     std::string state(const std::string &adapter, const std::string &file) {
