@@ -503,6 +503,16 @@ bool ctl_command(const std::string &dir, const std::string &cmd) {
     return sysfs_write_attribute(ctl.get(), cmd.c_str(), cmd.size() + 1) == 0;
 }
 
+// Ends a flash access with "0" whatever happened: the access succeeded only
+// when its steps did and the driver took the "0".
+void end_access(const std::string &dir, bool ok, uint32_t *status) {
+    if (!ctl_command(dir, "0")) {
+        trace("Failed reset");
+        ok = false;
+    }
+    if (ok) vxapi_set_status(status, EXT_STATUS_OK);
+}
+
 std::string window_command(char verb, uint32_t offset, uint32_t size) {
     char text[32];
     std::snprintf(text, sizeof text, "%c:%x:%x", verb, offset, size);
@@ -586,12 +596,7 @@ int vxsysfs_read_optrom(int, int api_idx, uint8_t *buf, uint32_t len, uint32_t r
     } else {
         ok = true;
     }
-    // The access is over only when the driver took the "0".
-    if (!ctl_command(dir, "0")) {
-        trace("Failed reset");
-        ok = false;
-    }
-    if (ok) vxapi_set_status(status, EXT_STATUS_OK);
+    end_access(dir, ok, status);
     return 0;
 }
 
@@ -681,12 +686,7 @@ int vxsysfs_update_optrom(int fd, int api_idx, const uint8_t *buf, uint32_t len,
     } else {
         ok = true;
     }
-    // The access is over only when the driver took the "0".
-    if (!ctl_command(dir, "0")) {
-        trace("Failed reset");
-        ok = false;
-    }
-    if (ok) vxapi_set_status(status, EXT_STATUS_OK);
+    end_access(dir, ok, status);
     return 0;
 }
 
