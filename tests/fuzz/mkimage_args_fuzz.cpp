@@ -48,8 +48,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (status != 0 && status != 1 && status != 2) std::abort();
     std::error_code ec;
     if (status == 0) {
+        // Asked for a bad checksum: the option, or any unambiguous
+        // abbreviation of it, which getopt_long takes as well.
         bool bad = false;
-        for (const std::string &a : args) bad = bad || a.find("bad-checksum") != a.npos;
+        for (const std::string &a : args) {
+            const std::string_view name = std::string_view(a).substr(0, a.find('='));
+            bad = bad || (name.size() >= 4 && std::string_view("--bad-checksum").starts_with(name));
+        }
         for (const auto &e : fs::directory_iterator(dir, ec)) {
             if (!e.is_regular_file(ec)) continue;
             auto bytes = vxemu::read_bounded(e.path(), 1u << 27);
