@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         bool bad = false;
         for (const std::string &a : args) {
             const std::string_view name = std::string_view(a).substr(0, a.find('='));
-            bad = bad || (name.size() >= 4 && std::string_view("--bad-checksum").starts_with(name));
+            bad = bad || (name.size() >= 3 && std::string_view("--bad-checksum").starts_with(name));
         }
         for (const auto &e : fs::directory_iterator(dir, ec)) {
             if (!e.is_regular_file(ec)) continue;
